@@ -1,0 +1,24 @@
+# Probes for the operating system's features, turned into KELVO_HAS_* definitions for the library's platform files.
+include(CheckCXXSourceCompiles)
+
+check_cxx_source_compiles([[
+#include <dirent.h>
+int main() { struct dirent e{}; return e.d_type == DT_LNK ? 0 : 1; }
+]] KELVO_HAS_DIRENT_D_TYPE)
+
+check_cxx_source_compiles([[
+#include <sys/stat.h>
+int main() { struct stat s{}; return static_cast<int>(s.st_mtim.tv_nsec + s.st_atim.tv_nsec); }
+]] KELVO_HAS_STAT_MTIM)
+
+check_cxx_source_compiles([[
+#include <sys/stat.h>
+int main() { struct stat s{}; return static_cast<int>(s.st_mtimespec.tv_nsec + s.st_atimespec.tv_nsec); }
+]] KELVO_HAS_STAT_MTIMESPEC)
+
+set(KELVO_FEATURE_DEFINITIONS "")
+foreach(feature KELVO_HAS_DIRENT_D_TYPE KELVO_HAS_STAT_MTIM KELVO_HAS_STAT_MTIMESPEC)
+    if(${feature})
+        list(APPEND KELVO_FEATURE_DEFINITIONS ${feature}=1)
+    endif()
+endforeach()

@@ -1,0 +1,15 @@
+// Umbrella header: the whole public interface of kelvo-filesystem.
+#ifndef KELVO_FILESYSTEM_H
+#define KELVO_FILESYSTEM_H
+
+#include <kelvo/text/String.h>
+#include <kelvo/text/TokenIterator.h>
+#include <kelvo/text/Unicode.h>
+
+#include <kelvo/filesystem/DirectoryIterator.h>
+#include <kelvo/filesystem/FileLock.h>
+#include <kelvo/filesystem/FileStatus.h>
+#include <kelvo/filesystem/Operations.h>
+#include <kelvo/filesystem/Path.h>
+
+#endif

@@ -1,0 +1,202 @@
+// kelvo::filesystem::Path: normalised Unicode path text with a cached native form.
+#ifndef KELVO_FILESYSTEM_PATH_H
+#define KELVO_FILESYSTEM_PATH_H
+
+#include <kelvo/export.h>
+#include <kelvo/text/String.h>
+#include <kelvo/text/TokenIterator.h>
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+
+namespace kelvo::filesystem {
+
+class Path;
+struct PathNativeAccess;
+
+/// @returns U+002F, the separator every path text uses.
+KELVO_FILESYSTEM_API char32_t nativeSeparartor();
+/// @returns U+005C, the separator turned into U+002F when a path is built.
+KELVO_FILESYSTEM_API char32_t nonNativeSeparartor();
+
+/// Cuts one element out of the rest of a path text: first the root name, then
+/// the root directory, then each name, and a final "." standing for a
+/// trailing separator. Each copy advances its own `state`.
+struct KELVO_FILESYSTEM_API PathIteratorExtractorFunc {
+    /// 0: a root name may come; 1: a root directory may come; 2: ordinary
+    /// elements; 3: the trailing "." has been produced.
+    std::uint32_t state = 0;
+
+    kelvo::parsing::TokenInfo<Path, kelvo::unicode::String::const_iterator>
+    operator()(kelvo::unicode::String::const_iterator first,
+               kelvo::unicode::String::const_iterator last);
+};
+
+/// A path: Unicode text with "/" separators in Normalization Form D, plus its
+/// native byte form, computed on first use and kept until the text changes.
+///
+/// Construction turns every backslash into "/" and decomposes the text; nothing
+/// else is normalised (repeated and trailing separators, "." and ".." and
+/// letter case are kept). Paths compare case- and composition-insensitively.
+///
+/// A `Path` fills its native cache inside const calls without a lock, so one
+/// object must not be shared between threads that may convert it.
+class KELVO_FILESYSTEM_API Path {
+public:
+    using String = kelvo::unicode::String;
+    using iterator = kelvo::parsing::TokenIterator<Path, String::const_iterator>;
+    using const_iterator = iterator;
+
+    /// An empty path.
+    Path() noexcept = default;
+    /// Copies the text; the copy starts without a native cache.
+    Path(Path const& other);
+    /// Takes over the text; `other` is left empty.
+    Path(Path&& other) noexcept;
+    /// Normalises a copy of `text`.
+    Path(String const& text);
+    /// Normalises `text` in place and takes it over.
+    Path(String&& text);
+    /// Decodes UTF-8 (bytes that are not UTF-8 are kept, see `String`) and
+    /// normalises.
+    Path(std::string const& utf8);
+    /// Decodes NUL-terminated UTF-8 and normalises; a null pointer gives an
+    /// empty path.
+    Path(char const* utf8);
+    ~Path();
+
+    /// Copies the text of `other` and drops the native cache.
+    Path& operator=(Path const& other);
+    /// Takes over the text of `other`, which is left empty.
+    Path& operator=(Path&& other) noexcept;
+
+    /// Exchanges texts and caches with `other`.
+    void swap(Path& other) noexcept;
+    /// Empties the text and drops the native cache.
+    void clear() noexcept;
+
+    /// @returns the normalised text.
+    String const& string() const noexcept;
+    /// @returns the operating system's byte form of the text (computed once
+    /// and cached); empty for an empty path.
+    std::string nativeString() const;
+    /// @returns the number of code points of the text.
+    unsigned long length() const noexcept;
+    /// @returns the number of code points of the text.
+    unsigned long size() const noexcept;
+    /// @returns true when the text is empty.
+    bool empty() const noexcept;
+    /// Drops the native cache; the next `nativeString()` recomputes it.
+    void clearCache() const noexcept;
+
+    /// @returns the network root name ("//server" of "//server/share"), or an
+    /// empty path.
+    Path rootName() const;
+    /// @returns "/" when the path has a root directory, else an empty path.
+    Path rootDirectory() const;
+    /// @returns root name followed by root directory; empty when neither.
+    Path rootPath() const;
+    /// @returns the text after the root path and the separators that follow
+    /// it; the whole path when it has no root; empty when nothing follows.
+    Path relativePath() const;
+    /// @returns the path without its last element ("a/b" for "a/b/"); empty
+    /// when there is none.
+    Path parentPath() const;
+    /// @returns the last element: "/" for "/", "." after a trailing
+    /// separator, empty for an empty path.
+    Path filename() const;
+    /// @returns the file name without its extension; "." and ".." whole.
+    Path stem() const;
+    /// @returns the extension with its dot, or an empty path; a text ending in
+    /// a dot has none, except "." itself, whose extension is ".".
+    Path extension() const;
+
+    /// @returns true when the path has a root name or a root directory.
+    bool isAbsolute() const;
+    /// @returns the negation of `isAbsolute()`.
+    bool isRelative() const;
+    /// @returns true when the path has a root directory.
+    bool isComplete() const;
+
+    /// Replaces the extension (from the last dot of the last element) by
+    /// `newExtension`, adding a leading dot when it lacks one; an empty
+    /// extension removes it.
+    void replaceExtension(Path const& newExtension);
+
+    /// Appends "/" unless the text already ends with one (an empty path
+    /// becomes "/").
+    void appendSeparator();
+    /// Joins `rhs` with exactly one separator between the two texts (an
+    /// absolute `rhs` does not replace the path).
+    Path& operator/=(Path const& rhs);
+    /// Appends the text of `rhs` with no separator and normalises the result.
+    Path& operator+=(Path const& rhs);
+
+    /// @returns an iterator on the first element. The path must outlive the
+    /// iterator and stay unchanged while it is used.
+    iterator begin() const;
+    /// @returns the end iterator.
+    iterator end() const;
+
+private:
+    friend struct PathNativeAccess;
+    friend struct PathIteratorExtractorFunc;
+    friend Path operator/(Path const&, Path const&);
+    friend Path operator/(Path&&, Path const&);
+    friend Path operator+(Path const&, Path const&);
+    friend Path operator+(Path&&, Path const&);
+
+    struct Normalised {};
+    /// Takes over a text already known to be normalised (a piece of another
+    /// path's text, say).
+    Path(String&& normalisedText, Normalised) noexcept;
+
+    String& mutableText();
+    std::string const& nativeReference() const;
+
+    // A null text pointer stands for the empty text: default construction and
+    // moves then cost no allocation, and a moved-from path stays usable.
+    String* text = nullptr;
+    mutable std::string* nativeCache = nullptr;
+};
+
+/// Exchanges two paths.
+KELVO_FILESYSTEM_API void swap(Path& a, Path& b) noexcept;
+
+/// @returns `a` joined with `b` as `a /= b` does.
+KELVO_FILESYSTEM_API Path operator/(Path const& a, Path const& b);
+/// @returns `a` joined with `b`, reusing the text of `a`, which is left empty.
+KELVO_FILESYSTEM_API Path operator/(Path&& a, Path const& b);
+/// @returns the concatenation of both texts, normalised.
+KELVO_FILESYSTEM_API Path operator+(Path const& a, Path const& b);
+/// @returns the concatenation, reusing the text of `a`, which is left empty.
+KELVO_FILESYSTEM_API Path operator+(Path&& a, Path const& b);
+
+/// Tolerant equality: letter case and Unicode composition are ignored.
+KELVO_FILESYSTEM_API bool operator==(Path const& a, Path const& b);
+KELVO_FILESYSTEM_API bool operator!=(Path const& a, Path const& b);
+/// The text is normalised as a path is (backslashes become "/") first.
+KELVO_FILESYSTEM_API bool operator==(Path const& a, kelvo::unicode::String const& b);
+KELVO_FILESYSTEM_API bool operator==(kelvo::unicode::String const& a, Path const& b);
+KELVO_FILESYSTEM_API bool operator==(Path const& a, char const* utf8);
+KELVO_FILESYSTEM_API bool operator==(char const* utf8, Path const& b);
+/// The text is compared as it stands: backslashes are not turned into "/",
+/// so "a/b" is both equal and unequal to "a\b". Kept as it is because
+/// existing callers depend on both answers.
+KELVO_FILESYSTEM_API bool operator!=(Path const& a, kelvo::unicode::String const& b);
+KELVO_FILESYSTEM_API bool operator!=(kelvo::unicode::String const& a, Path const& b);
+KELVO_FILESYSTEM_API bool operator!=(Path const& a, char const* utf8);
+KELVO_FILESYSTEM_API bool operator!=(char const* utf8, Path const& b);
+/// Tolerant ordering; see `kelvo_private::filesystem::compare`.
+KELVO_FILESYSTEM_API bool operator<(Path const& a, Path const& b);
+KELVO_FILESYSTEM_API bool operator<=(Path const& a, Path const& b);
+KELVO_FILESYSTEM_API bool operator>(Path const& a, Path const& b);
+KELVO_FILESYSTEM_API bool operator>=(Path const& a, Path const& b);
+
+/// Writes the UTF-8 of the path's text.
+KELVO_FILESYSTEM_API std::ostream& operator<<(std::ostream& out, Path const& path);
+
+} // namespace kelvo::filesystem
+
+#endif

@@ -1,0 +1,117 @@
+// The tolerant path comparison and the equality and ordering operators built on it.
+#include <kelvo/filesystem/Path.h>
+#include <kelvo/filesystem/private/Compare.h>
+
+#include "PathInternal.h"
+
+#include <kelvo/text/Unicode.h>
+
+#include <cstring>
+
+namespace kelvo::filesystem {
+
+using kelvo::unicode::String;
+
+namespace detail {
+
+namespace {
+
+// ASCII is lowered directly rather than through the C library's locale-bound
+// tolower, so that a program's locale cannot change how paths compare; under
+// the default locale the two agree.
+inline char32_t lowerASCII(char32_t c) noexcept
+{
+    return (c >= U'A' && c <= U'Z') ? c + (U'a' - U'A') : c;
+}
+
+} // namespace
+
+int compareDecomposed(String const& a, String const& b) noexcept
+{
+    std::size_t const la = a.size();
+    std::size_t const lb = b.size();
+    char32_t const* const pa = a.data();
+    char32_t const* const pb = b.data();
+    if (la == lb && (pa == pb || std::memcmp(pa, pb, la * sizeof(char32_t)) == 0))
+        return 0;
+    std::size_t const n = la > lb ? la : lb;
+    for (std::size_t i = 0; i < n; ++i) {
+        // Past its end a text reads U+0000.
+        char32_t const x = i < la ? pa[i] : 0;
+        char32_t const y = i < lb ? pb[i] : 0;
+        if (x == y)
+            continue;
+        char32_t fx, fy;
+        if ((x | y) > 0x7F) {
+            fx = kelvo::unicode::simpleCaseFold(x);
+            fy = kelvo::unicode::simpleCaseFold(y);
+        } else {
+            fx = lowerASCII(x);
+            fy = lowerASCII(y);
+        }
+        if (fx != fy)
+            // The raw code points decide the order, not the folded ones.
+            return x < y ? -1 : 1;
+    }
+    if (la == lb)
+        return 0;
+    return la < lb ? -1 : 1;
+}
+
+} // namespace detail
+
+namespace {
+
+int compareWithText(Path const& path, String const& other)
+{
+    return kelvo_private::filesystem::compare(path.string(), other);
+}
+
+// The == forms normalise the other operand as a path would be.
+bool equalsNormalised(Path const& path, String const& other)
+{
+    String copy(other);
+    detail::fixStuff(copy);
+    return detail::compareDecomposed(path.string(), copy) == 0;
+}
+
+String decode(char const* utf8) { return utf8 ? String(std::string(utf8)) : String(); }
+
+} // namespace
+
+bool operator==(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) == 0; }
+bool operator!=(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) != 0; }
+
+bool operator==(Path const& a, String const& b) { return equalsNormalised(a, b); }
+bool operator==(String const& a, Path const& b) { return equalsNormalised(b, a); }
+bool operator==(Path const& a, char const* b) { return a == Path(b); }
+bool operator==(char const* a, Path const& b) { return Path(a) == b; }
+
+bool operator!=(Path const& a, String const& b) { return compareWithText(a, b) != 0; }
+bool operator!=(String const& a, Path const& b) { return kelvo_private::filesystem::compare(a, b.string()) != 0; }
+bool operator!=(Path const& a, char const* b) { return compareWithText(a, decode(b)) != 0; }
+bool operator!=(char const* a, Path const& b) { return kelvo_private::filesystem::compare(decode(a), b.string()) != 0; }
+
+bool operator<(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) < 0; }
+bool operator<=(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) <= 0; }
+bool operator>(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) > 0; }
+bool operator>=(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) >= 0; }
+
+} // namespace kelvo::filesystem
+
+namespace kelvo_private::filesystem {
+
+int compare(kelvo::unicode::String const& a, kelvo::unicode::String const& b)
+{
+    using kelvo::unicode::isNFD;
+    using kelvo::unicode::toNFD;
+    bool const aReady = isNFD(a);
+    bool const bReady = isNFD(b);
+    if (aReady && bReady)
+        return kelvo::filesystem::detail::compareDecomposed(a, b);
+    kelvo::unicode::String const da = aReady ? a : toNFD(a);
+    kelvo::unicode::String const db = bReady ? b : toNFD(b);
+    return kelvo::filesystem::detail::compareDecomposed(da, db);
+}
+
+} // namespace kelvo_private::filesystem

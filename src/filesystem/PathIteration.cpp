@@ -1,0 +1,98 @@
+// Walking a path element by element: root name, root directory, names, and a final "." for a trailing separator.
+#include <kelvo/filesystem/Path.h>
+
+#include "PathInternal.h"
+
+#include <algorithm>
+
+namespace kelvo::filesystem {
+
+using kelvo::unicode::String;
+using Iterator = String::const_iterator;
+using Token = kelvo::parsing::TokenInfo<Path, Iterator>;
+
+namespace {
+
+constexpr char32_t kSeparator = U'/';
+
+// Where the text after a root part resumes: the last separator of the run
+// that follows `p`, so that the next step still sees a leading separator.
+Iterator separatorWalk(Iterator p, Iterator last)
+{
+    for (;;) {
+        if (p == last)
+            return last;
+        if (p + 1 == last)
+            return p;
+        if (*p != kSeparator)
+            return p;
+        if (*(p + 1) != kSeparator)
+            return p;
+        ++p;
+    }
+}
+
+// The root name of the text [first, last): "//name" up to the next separator.
+Iterator rootNameEnd(Iterator first, Iterator last)
+{
+    if (last - first >= 3 && first[0] == kSeparator && first[1] == kSeparator && first[2] != kSeparator)
+        return std::find(first + 2, last, kSeparator);
+    return first;
+}
+
+// Whether the text [first, last) has a root directory.
+bool hasRootDirectory(Iterator first, Iterator last)
+{
+    if (last - first >= 3 && first[0] == kSeparator && first[1] == kSeparator && first[2] != kSeparator)
+        return std::find(first + 2, last, kSeparator) != last;
+    return first != last && *first == kSeparator;
+}
+
+} // namespace
+
+Token PathIteratorExtractorFunc::operator()(Iterator first, Iterator last)
+{
+    if (state == 3)
+        return Token{Path(), last, true};
+    if (state == 0) {
+        state = 1;
+        Iterator const nameEnd = rootNameEnd(first, last);
+        if (nameEnd != first) {
+            Iterator const next = separatorWalk(nameEnd, last);
+            return Token{Path(String(first, nameEnd), Path::Normalised{}), next, next == last};
+        }
+    }
+    if (state == 1) {
+        state = 2;
+        if (hasRootDirectory(first, last)) {
+            Iterator const next = separatorWalk(first + 1, last);
+            return Token{Path(String(1, kSeparator), Path::Normalised{}), next, next == last};
+        }
+    }
+    Iterator const p = std::find(first, last, kSeparator);
+    if (p != last) {
+        Iterator next = p + 1;
+        while (next != last && *next == kSeparator)
+            ++next;
+        return Token{Path(String(first, p), Path::Normalised{}), next, false};
+    }
+    if (first != last)
+        return Token{Path(String(first, last), Path::Normalised{}), last, true};
+    // The text ended with separators: a "." stands for the trailing one.
+    state = 3;
+    return Token{Path(String(1, U'.'), Path::Normalised{}), last, false};
+}
+
+Path::iterator Path::begin() const
+{
+    String const& s = string();
+    return iterator(s.cbegin(), s.cend(), PathIteratorExtractorFunc{});
+}
+
+Path::iterator Path::end() const
+{
+    String const& s = string();
+    return iterator(s.cend(), s.cend(), PathIteratorExtractorFunc{});
+}
+
+} // namespace kelvo::filesystem

@@ -1,0 +1,155 @@
+// UTF-8 decoding and encoding of kelvo::unicode::String, lossless for bytes that are not UTF-8.
+#include <kelvo/text/String.h>
+
+#include "Normalization.h"
+
+namespace kelvo::unicode {
+
+namespace {
+
+constexpr char32_t kEscapeBase = 0xDC00;
+constexpr char32_t kReplacement = 0xFFFD;
+
+inline bool isContinuation(unsigned char byte) noexcept { return (byte & 0xC0) == 0x80; }
+
+// Decodes one multi-byte sequence starting at `p` (whose lead byte is at least
+// 0x80). On success stores the code point and returns the sequence length;
+// returns 0 when the bytes do not form a valid, shortest-form sequence of a
+// Unicode scalar value.
+std::size_t decodeSequence(unsigned char const* p, unsigned char const* end, char32_t& out) noexcept
+{
+    unsigned char const lead = p[0];
+    std::size_t const available = static_cast<std::size_t>(end - p);
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        if (available < 2 || !isContinuation(p[1]))
+            return 0;
+        out = (char32_t(lead & 0x1F) << 6) | char32_t(p[1] & 0x3F);
+        return 2;
+    }
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        if (available < 3 || !isContinuation(p[1]) || !isContinuation(p[2]))
+            return 0;
+        // Shortest form only, and no encoded surrogates.
+        if (lead == 0xE0 && p[1] < 0xA0)
+            return 0;
+        if (lead == 0xED && p[1] >= 0xA0)
+            return 0;
+        out = (char32_t(lead & 0x0F) << 12) | (char32_t(p[1] & 0x3F) << 6) | char32_t(p[2] & 0x3F);
+        return 3;
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        if (available < 4 || !isContinuation(p[1]) || !isContinuation(p[2]) || !isContinuation(p[3]))
+            return 0;
+        if (lead == 0xF0 && p[1] < 0x90)
+            return 0;
+        if (lead == 0xF4 && p[1] >= 0x90)
+            return 0;
+        out = (char32_t(lead & 0x07) << 18) | (char32_t(p[1] & 0x3F) << 12)
+            | (char32_t(p[2] & 0x3F) << 6) | char32_t(p[3] & 0x3F);
+        return 4;
+    }
+    return 0;
+}
+
+void appendUTF8(std::string& out, char32_t c)
+{
+    if (c < 0x80) {
+        out.push_back(static_cast<char>(c));
+        return;
+    }
+    if (c >= 0xDC80 && c <= 0xDCFF) {
+        // An escaped byte read from the operating system goes back as itself.
+        out.push_back(static_cast<char>(c - kEscapeBase));
+        return;
+    }
+    if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF)
+        c = kReplacement;
+    if (c < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+}
+
+std::string encodeUTF8(std::u32string const& text)
+{
+    std::string out;
+    out.reserve(text.size());
+    std::size_t i = 0;
+    std::size_t const n = text.size();
+    // ASCII runs are copied without the general encoder.
+    while (i < n) {
+        char32_t const c = text[i];
+        if (c < 0x80)
+            out.push_back(static_cast<char>(c));
+        else
+            appendUTF8(out, c);
+        ++i;
+    }
+    return out;
+}
+
+} // namespace
+
+String::String(std::string const& utf8)
+{
+    std::size_t const n = utf8.size();
+    resize(n);
+    char32_t* out = data();
+    auto const* p = reinterpret_cast<unsigned char const*>(utf8.data());
+    auto const* const end = p + n;
+    while (p != end) {
+        unsigned char const byte = *p;
+        if (byte < 0x80) {
+            *out++ = byte;
+            ++p;
+            continue;
+        }
+        char32_t c = 0;
+        std::size_t const length = decodeSequence(p, end, c);
+        if (length == 0) {
+            *out++ = kEscapeBase + byte;
+            ++p;
+        } else {
+            *out++ = c;
+            p += length;
+        }
+    }
+    resize(static_cast<size_type>(out - data()));
+}
+
+std::string String::toUTF8String() const { return encodeUTF8(*this); }
+
+std::string String::toNativeString() const
+{
+#if defined(__APPLE__)
+    // The system's own file names are decomposed: the text goes as it is.
+    return encodeUTF8(*this);
+#else
+    // File names here are conventionally composed, and the file system
+    // compares bytes, so the native form is the composed text.
+    if (detail::isTriviallyComposed(*this))
+        return encodeUTF8(*this);
+    return encodeUTF8(detail::toNFC(*this));
+#endif
+}
+
+std::wstring String::toWString() const
+{
+    static_assert(sizeof(wchar_t) == sizeof(char32_t), "wchar_t must hold a code point");
+    std::wstring out;
+    out.resize(size());
+    for (size_type i = 0; i < size(); ++i)
+        out[i] = static_cast<wchar_t>((*this)[i]);
+    return out;
+}
+
+} // namespace kelvo::unicode
