@@ -1,0 +1,148 @@
+// Directory listing: DirectoryEntry, DirectoryIterator over a shared directory stream, and forEach.
+#include <kelvo/filesystem/DirectoryIterator.h>
+
+#include <kelvo/filesystem/Operations.h>
+
+#include "PathInternal.h"
+#include "filesystem/posix/System.h"
+
+#include <string>
+#include <utility>
+
+namespace kelvo::filesystem {
+
+namespace {
+
+// The deleter of the shared directory stream: the stream is closed when the
+// last iterator copy that shares it lets go.
+void DirStreamCloser(DIR* stream)
+{
+    if (stream != nullptr)
+        posix::closeDirectory(stream);
+}
+
+bool isDotOrDotDot(char const* name) noexcept
+{
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+} // namespace
+
+// ---- DirectoryEntry ----------------------------------------------------------
+
+DirectoryEntry::DirectoryEntry(Path const& path, FileStatus status, FileStatus symlinkStatus)
+    : path(path), status(status), symlinkStatus(symlinkStatus)
+{
+}
+
+void DirectoryEntry::replaceFilename(Path const& newPath, FileStatus newStatus, FileStatus newSymlinkStatus)
+{
+    path = newPath;
+    status = newStatus;
+    symlinkStatus = newSymlinkStatus;
+}
+
+Path const& DirectoryEntry::getPath() const noexcept { return path; }
+
+FileStatus DirectoryEntry::getStatus() const
+{
+    if (status.getType() != FileType::none)
+        return status;
+    if (exists(path))
+        return kelvo::filesystem::status(path);
+    return status;
+}
+
+FileStatus DirectoryEntry::getSymlinkStatus() const
+{
+    // The stored status, not the stored link status, decides: an entry whose
+    // status is known always answers from what was stored with it.
+    if (status.getType() != FileType::none)
+        return symlinkStatus;
+    if (exists(path))
+        return symbolicLinkStatus(path);
+    return symlinkStatus;
+}
+
+bool operator==(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() == b.getPath().string(); }
+bool operator!=(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() != b.getPath().string(); }
+bool operator<(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() < b.getPath().string(); }
+bool operator<=(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() <= b.getPath().string(); }
+bool operator>(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() > b.getPath().string(); }
+bool operator>=(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() >= b.getPath().string(); }
+
+// ---- DirectoryIterator -------------------------------------------------------
+
+DirectoryIterator::DirectoryIterator() : streamOwner(nullptr, DirStreamCloser) {}
+
+DirectoryIterator::DirectoryIterator(Path const& directory)
+    : directoryPath(directory), streamOwner(nullptr, DirStreamCloser)
+{
+    DIR* opened = posix::openDirectory(PathNativeAccess::cString(directoryPath));
+    streamOwner = std::shared_ptr<DIR>(opened, DirStreamCloser);
+    stream = opened;
+    if (opened != nullptr)
+        canIterateFlag = true;
+    ++*this;
+}
+
+DirectoryIterator& DirectoryIterator::operator++()
+{
+    if (stream == nullptr)
+        return *this;
+
+    dirent* entry = posix::readDirectory(stream);
+    while (entry != nullptr && isDotOrDotDot(entry->d_name))
+        entry = posix::readDirectory(stream);
+
+    if (entry == nullptr) {
+        // The end, or a read error: either way the listing is over. The
+        // stream closes here unless another copy still shares it.
+        streamOwner = std::shared_ptr<DIR>(nullptr, DirStreamCloser);
+        stream = nullptr;
+        currentEntry = DirectoryEntry();
+        return *this;
+    }
+
+    // The name's bytes decode losslessly: bytes that are not UTF-8 come back
+    // as themselves in the joined path's native form.
+    Path fullPath = directoryPath / Path(std::string(entry->d_name));
+    FileStatus const entryStatus = status(fullPath);
+    FileStatus const entrySymlinkStatus = posix::isSymbolicLinkEntry(*entry, PathNativeAccess::cString(fullPath))
+        ? symbolicLinkStatus(fullPath)
+        : entryStatus;
+    currentEntry = DirectoryEntry(fullPath, entryStatus, entrySymlinkStatus);
+    return *this;
+}
+
+DirectoryEntry const& DirectoryIterator::operator*() const noexcept { return currentEntry; }
+
+DirectoryEntry const* DirectoryIterator::operator->() const noexcept { return &currentEntry; }
+
+bool DirectoryIterator::canIterate() const noexcept { return canIterateFlag; }
+
+// ---- forEach -----------------------------------------------------------------
+
+bool forEach(Path const& directory, std::function<bool(Path const&)> callback)
+{
+    if (!exists(directory))
+        return false;
+    if (status(directory).getType() != FileType::directory)
+        return false;
+
+    DirectoryIterator iterator{Path(directory)};
+    DirectoryIterator const end;
+    // Starts from false on purpose: an empty directory answers false, and
+    // true means that something was visited and every answer was yes.
+    bool result = false;
+    while (*iterator != *end) {
+        DirectoryEntry const entry = *iterator;
+        result = callback(entry.getPath());
+        if (!result)
+            break;
+        ++iterator;
+    }
+    return result;
+}
+
+} // namespace kelvo::filesystem

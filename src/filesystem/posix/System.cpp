@@ -1,0 +1,148 @@
+// POSIX wrappers for status, listing, file locks, streams and the current directory; generic UNIX code only, variants fenced by feature probes.
+#include "filesystem/posix/System.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace kelvo::filesystem::posix {
+
+namespace {
+
+// Calls `call` again for as long as a signal interrupts it; `failed` is the
+// value by which it reports failure.
+template <typename Call, typename Result>
+Result retryOnInterrupt(Call call, Result failed) noexcept
+{
+    Result result;
+    do {
+        result = call();
+    } while (result == failed && errno == EINTR);
+    return result;
+}
+
+// The system's stat structure is the 64-bit-inode one on every system built
+// here (64-bit Linux, and macOS with its 64-bit inode default).
+void copyTimes(struct stat const& st, FileInformation& information) noexcept
+{
+#if defined(KELVO_HAS_STAT_MTIM)
+    information.modificationSeconds = st.st_mtim.tv_sec;
+    information.modificationNanoseconds = st.st_mtim.tv_nsec;
+    information.accessSeconds = st.st_atim.tv_sec;
+    information.accessNanoseconds = st.st_atim.tv_nsec;
+#elif defined(KELVO_HAS_STAT_MTIMESPEC)
+    information.modificationSeconds = st.st_mtimespec.tv_sec;
+    information.modificationNanoseconds = st.st_mtimespec.tv_nsec;
+    information.accessSeconds = st.st_atimespec.tv_sec;
+    information.accessNanoseconds = st.st_atimespec.tv_nsec;
+#else
+    // Whole seconds are all such a system keeps.
+    information.modificationSeconds = st.st_mtime;
+    information.modificationNanoseconds = 0;
+    information.accessSeconds = st.st_atime;
+    information.accessNanoseconds = 0;
+#endif
+}
+
+} // namespace
+
+bool getFileInformation(char const* path, bool follow, FileInformation& information) noexcept
+{
+    struct stat st;
+    if ((follow ? ::stat : ::lstat)(path, &st) != 0)
+        return false;
+    information.mode = static_cast<std::uint32_t>(st.st_mode);
+    information.size = static_cast<std::int64_t>(st.st_size);
+    copyTimes(st, information);
+    return true;
+}
+
+bool canStat(char const* path) noexcept
+{
+    struct stat st;
+    return ::stat(path, &st) == 0;
+}
+
+bool changeMode(char const* path, std::uint32_t mode) noexcept
+{
+    return retryOnInterrupt([&] { return ::chmod(path, static_cast<mode_t>(mode)); }, -1) == 0;
+}
+
+bool setFileTimes(char const* path,
+                  std::int64_t accessSeconds, std::int32_t accessMicroseconds,
+                  std::int64_t modificationSeconds, std::int32_t modificationMicroseconds) noexcept
+{
+#if defined(__linux__)
+    // This kernel refuses an access microsecond value outside 0..999999; the
+    // access time's seconds are what must survive, so they go alone.
+    if (accessMicroseconds < 0 || accessMicroseconds > 999999)
+        accessMicroseconds = 0;
+#endif
+    struct timeval times[2];
+    times[0].tv_sec = static_cast<time_t>(accessSeconds);
+    times[0].tv_usec = static_cast<suseconds_t>(accessMicroseconds);
+    times[1].tv_sec = static_cast<time_t>(modificationSeconds);
+    times[1].tv_usec = static_cast<suseconds_t>(modificationMicroseconds);
+    return retryOnInterrupt([&] { return ::utimes(path, times); }, -1) == 0;
+}
+
+DIR* openDirectory(char const* path) noexcept
+{
+    return retryOnInterrupt([&] { return ::opendir(path); }, static_cast<DIR*>(nullptr));
+}
+
+dirent* readDirectory(DIR* stream) noexcept { return ::readdir(stream); }
+
+void closeDirectory(DIR* stream) noexcept
+{
+    if (stream != nullptr)
+        ::closedir(stream);
+}
+
+bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept
+{
+#if defined(KELVO_HAS_DIRENT_D_TYPE)
+    if (entry.d_type != DT_UNKNOWN)
+        return entry.d_type == DT_LNK;
+#else
+    (void)entry;
+#endif
+    // The listing did not say what the entry is: ask the entry itself.
+    struct stat st;
+    return ::lstat(path, &st) == 0 && S_ISLNK(st.st_mode);
+}
+
+int openDescriptor(char const* path, int flags) noexcept
+{
+    return retryOnInterrupt([&] { return ::open(path, flags); }, -1);
+}
+
+bool lockDescriptor(int descriptor, int operation) noexcept
+{
+    return retryOnInterrupt([&] { return ::flock(descriptor, operation); }, -1) == 0;
+}
+
+void closeDescriptor(int descriptor) noexcept { ::close(descriptor); }
+
+std::FILE* openStream(char const* path, char const* mode) noexcept
+{
+    return retryOnInterrupt([&] { return std::fopen(path, mode); }, static_cast<std::FILE*>(nullptr));
+}
+
+WorkingDirectoryResult getWorkingDirectory(char* buffer, std::size_t size) noexcept
+{
+    if (::getcwd(buffer, size) != nullptr)
+        return WorkingDirectoryResult::found;
+    return errno == ERANGE ? WorkingDirectoryResult::bufferTooSmall : WorkingDirectoryResult::failed;
+}
+
+bool changeWorkingDirectory(char const* path) noexcept
+{
+    return retryOnInterrupt([&] { return ::chdir(path); }, -1) == 0;
+}
+
+} // namespace kelvo::filesystem::posix

@@ -1,0 +1,100 @@
+// The operating-system calls behind status, listing, file locks, streams and the current directory: thin POSIX wrappers.
+#ifndef KELVO_SRC_FILESYSTEM_POSIX_SYSTEM_H
+#define KELVO_SRC_FILESYSTEM_POSIX_SYSTEM_H
+
+#include <dirent.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+// Every wrapper takes NUL-terminated native path bytes, makes one call (or
+// retries it when a signal interrupted it), and turns the result into a plain
+// value. None of them throws, and none clears errno: it is left as the failing
+// call set it.
+namespace kelvo::filesystem::posix {
+
+/// What `getFileInformation` reads of an object, with the system's own
+/// structure and time-field names left behind.
+struct FileInformation {
+    std::uint32_t mode = 0;                   ///< the whole `st_mode`: kind bits and access bits
+    std::int64_t size = 0;                    ///< `st_size`, in bytes
+    std::int64_t modificationSeconds = 0;     ///< whole seconds of the modification time
+    std::int64_t modificationNanoseconds = 0; ///< its sub-second part, 0 to 999999999
+    std::int64_t accessSeconds = 0;           ///< whole seconds of the access time
+    std::int64_t accessNanoseconds = 0;       ///< its sub-second part, 0 to 999999999
+};
+
+/// Reads the status of `path` with `stat` (`follow`) or `lstat`.
+/// @returns true and fills `information` on success; false on any failure,
+/// leaving `information` unspecified.
+bool getFileInformation(char const* path, bool follow, FileInformation& information) noexcept;
+
+/// @returns true when `stat` of `path` succeeds, false otherwise.
+bool canStat(char const* path) noexcept;
+
+/// Changes the access bits of `path` (following links) with `chmod`.
+/// @returns true on success, false on failure.
+bool changeMode(char const* path, std::uint32_t mode) noexcept;
+
+/// Sets the access and modification times of `path` (following links) with
+/// `utimes`, each given as whole seconds and microseconds.
+/// @returns true on success; false when the system refuses (a missing file,
+/// no permission, a microsecond value it does not accept).
+bool setFileTimes(char const* path,
+                  std::int64_t accessSeconds, std::int32_t accessMicroseconds,
+                  std::int64_t modificationSeconds, std::int32_t modificationMicroseconds) noexcept;
+
+/// Opens the directory `path` for listing with `opendir`.
+/// @returns the stream, or null on failure.
+DIR* openDirectory(char const* path) noexcept;
+
+/// Reads the next entry of `stream` with `readdir`.
+/// @returns the entry, valid until the next read or the close; null at the end
+/// or on a read error (not told apart).
+dirent* readDirectory(DIR* stream) noexcept;
+
+/// Closes `stream` with `closedir`; a null stream is left alone.
+void closeDirectory(DIR* stream) noexcept;
+
+/// Tells whether the listed `entry`, whose full path is `path`, is itself a
+/// symbolic link: from the type the listing reported when it reported one,
+/// else from an `lstat` of `path`.
+/// @returns true for a symbolic link; false otherwise, and when `lstat` fails.
+bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept;
+
+/// Opens `path` with `open` and `flags` (no creation mode is passed, so
+/// `flags` must not ask for creation).
+/// @returns the new descriptor, or -1 on failure.
+int openDescriptor(char const* path, int flags) noexcept;
+
+/// Applies the `flock` `operation` (`LOCK_EX`, `LOCK_UN`, with `LOCK_NB`) to
+/// `descriptor`.
+/// @returns true when `flock` returned 0, false otherwise.
+bool lockDescriptor(int descriptor, int operation) noexcept;
+
+/// Closes `descriptor` with `close`, once: never retried, since after an
+/// interrupted close the number may already belong to another thread's file.
+void closeDescriptor(int descriptor) noexcept;
+
+/// Opens `path` as a C stream with `fopen` and the unchecked `mode`.
+/// @returns the stream, or null on failure.
+std::FILE* openStream(char const* path, char const* mode) noexcept;
+
+/// What `getWorkingDirectory` made of one attempt.
+enum class WorkingDirectoryResult {
+    found,          ///< the buffer holds the path
+    bufferTooSmall, ///< the path does not fit (`ERANGE`)
+    failed,         ///< any other failure
+};
+
+/// Writes the working directory into `buffer` of `size` bytes with `getcwd`.
+WorkingDirectoryResult getWorkingDirectory(char* buffer, std::size_t size) noexcept;
+
+/// Changes the working directory to `path` with `chdir`.
+/// @returns true on success, false on failure.
+bool changeWorkingDirectory(char const* path) noexcept;
+
+} // namespace kelvo::filesystem::posix
+
+#endif

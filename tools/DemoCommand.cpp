@@ -1,0 +1,243 @@
+// kelvo-fs demo: a short tour of the library on built-in sample paths and a private temporary directory.
+#include "Commands.h"
+
+#include <kelvo/filesystem/private.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <utility>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kelvo::tool {
+
+using kelvo::filesystem::DirectoryEntry;
+using kelvo::filesystem::DirectoryIterator;
+using kelvo::filesystem::FileLock;
+using kelvo::filesystem::Path;
+using kelvo::unicode::String;
+
+namespace {
+
+// "Résumé.pdf" as most keyboards type it (é as one code point, U+00E9)...
+constexpr char kComposedResume[] = "R\xC3\xA9sum\xC3\xA9.pdf";
+// ...and as some systems store it (e followed by the combining acute accent, U+0301).
+constexpr char kDecomposedResume[] = "Re\xCC\x81sume\xCC\x81.pdf";
+
+void printHeading(char const* title)
+{
+    std::cout << "\n== " << title << " ==\n";
+}
+
+void showNormalisation()
+{
+    printHeading("One normalised form");
+    String composedTyped(kComposedResume);
+    String decomposedTyped(kDecomposedResume);
+    Path composed(composedTyped);
+    Path decomposed(decomposedTyped);
+    std::cout << "typed composed:    " << quoteText(composedTyped) << ", " << composedTyped.size()
+              << " code points\n";
+    std::cout << "typed decomposed:  " << quoteText(decomposedTyped) << ", " << decomposedTyped.size()
+              << " code points\n";
+    std::cout << "stored:            " << composed.length() << " and " << decomposed.length()
+              << " code points, same text: " << boolText(composed.string() == decomposed.string()) << '\n';
+    std::cout << "native bytes:      " << quoteBytes(composed.nativeString())
+              << " (composed again, as this system's file names are)\n";
+    Path backslashed("docs\\old\\notes.txt");
+    std::cout << "backslashes:       " << quoteBytes("docs\\old\\notes.txt") << " is stored as "
+              << quoteText(backslashed.string()) << '\n';
+}
+
+void showComparison()
+{
+    printHeading("Tolerant comparison");
+    std::pair<char const*, char const*> const pairs[] = {
+        {kComposedResume, kDecomposedResume},
+        {"Readme.TXT", "readme.txt"},
+        {"a", "b"},
+        {"A", "b"},
+        {"a", "B"},
+        {"abc", "abcd"},
+        {"", "a"},
+    };
+    for (auto const& [left, right] : pairs) {
+        Path a(left);
+        Path b(right);
+        int order = kelvo_private::filesystem::compare(a.string(), b.string());
+        std::cout << comparisonText(String(left), String(right), order) << "    compare: " << order
+                  << ", equal: " << boolText(a == b) << '\n';
+    }
+    std::cout << "(letter case and composition are ignored; where letters differ beyond case the raw code\n"
+                 " points decide, so \"a\" > \"B\" although \"a\" < \"b\" and \"B\" == \"b\")\n";
+}
+
+void showDecomposition()
+{
+    printHeading("Decomposition");
+    bool first = true;
+    for (char const* text : {"//server/share/Docs/Re\xCC\x81sume\xCC\x81.tar.gz", "/home/user/Readme.TXT",
+                             "notes/"}) {
+        if (!first)
+            std::cout << '\n';
+        first = false;
+        printPathReport(std::cout, Path(text));
+    }
+}
+
+/// @returns the number of code points of the UTF-8 `text` (its width on a
+/// terminal, for the composed text shown here).
+std::size_t columns(std::string const& text)
+{
+    return static_cast<std::size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+void showIteration()
+{
+    printHeading("Iteration");
+    for (char const* text : {"/home/user/Documents/", "//server//share", "./a/../b", "///a", "R\xC3\xA9sum\xC3\xA9s/2026"}) {
+        std::string shown = quoteText(String(text));
+        std::cout << shown << std::string(26 - std::min<std::size_t>(columns(shown), 25), ' ') << "-> "
+                  << elementsText(Path(text)) << '\n';
+    }
+}
+
+/// A private directory and what the tour makes in it, removed in reverse
+/// order of creation when the tour ends, also on an early return.
+class DemoArea {
+public:
+    DemoArea() = default;
+    DemoArea(DemoArea const&) = delete;
+    DemoArea& operator=(DemoArea const&) = delete;
+    ~DemoArea() { removeEverything(); }
+
+    /// Makes the directory under $TMPDIR (or /tmp). @returns false on failure.
+    bool make()
+    {
+        char const* base = std::getenv("TMPDIR");
+        std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/kelvo-fs-demo-XXXXXX";
+        if (::mkdtemp(pattern.data()) == nullptr)
+            return false;
+        directory = Path(pattern);
+        return true;
+    }
+
+    /// Creates the file `name` holding `content`. @returns false on failure.
+    bool createFile(char const* name, std::string const& content)
+    {
+        Path path = directory / Path(name);
+        std::FILE* file = kelvo::filesystem::fopenWrapper(path, "w");
+        if (file == nullptr)
+            return false;
+        made.push_back(path);
+        bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
+        return std::fclose(file) == 0 && written;
+    }
+
+    /// Creates the directory `name`. @returns false on failure.
+    bool createDirectory(char const* name)
+    {
+        Path path = directory / Path(name);
+        if (::mkdir(path.nativeString().c_str(), 0777) != 0)
+            return false;
+        made.push_back(path);
+        return true;
+    }
+
+    /// Removes what was made and then the directory. @returns false when
+    /// something could not be removed.
+    bool removeEverything()
+    {
+        bool removed = true;
+        while (!made.empty()) {
+            removed = std::remove(made.back().nativeString().c_str()) == 0 && removed;
+            made.pop_back();
+        }
+        if (!directory.empty()) {
+            removed = ::rmdir(directory.nativeString().c_str()) == 0 && removed;
+            directory.clear();
+        }
+        return removed;
+    }
+
+    Path const& path() const { return directory; }
+
+private:
+    Path directory;
+    std::vector<Path> made;
+};
+
+int showDisk(Invocation const& invocation)
+{
+    namespace fs = kelvo::filesystem;
+    printHeading("On disk");
+    DemoArea area;
+    if (!area.make())
+        return failure(invocation, "cannot make a temporary directory");
+    std::cout << "made " << area.path().nativeString() << '\n';
+    if (!area.createFile(kDecomposedResume, "%PDF-1.4\n") || !area.createFile("Readme.TXT", "Read me first.\n")
+        || !area.createFile("notes.txt", "Notes of the tour.\n") || !area.createDirectory("archive"))
+        return failure(invocation, "cannot create the sample files");
+    std::cout << "created " << quoteText(String(kDecomposedResume)) << " (typed decomposed), \"Readme.TXT\", "
+              << "\"notes.txt\" and the directory \"archive\"\n";
+    std::cout << "the name typed composed finds the same file: "
+              << boolText(fs::exists(area.path() / Path(kComposedResume))) << '\n';
+
+    std::cout << "listing:\n";
+    std::vector<DirectoryEntry> entries;
+    for (DirectoryIterator listing(area.path()), end; listing != end; ++listing)
+        entries.push_back(*listing);
+    std::sort(entries.begin(), entries.end());
+    for (DirectoryEntry const& entry : entries) {
+        std::cout << "  ";
+        printListingLine(std::cout, entry.getStatus().getType(), fs::fileSize(entry.getPath()),
+                         entry.getPath().filename().nativeString());
+    }
+
+    Path notes = area.path() / Path("notes.txt");
+    fs::FileStatus status = fs::status(notes);
+    std::cout << "notes.txt: " << typeName(status.getType()) << ", permissions "
+              << permissionsText(status.getPermissions()) << ", " << fs::fileSize(notes) << " bytes, modified "
+              << timeText(fs::getModificationTime(notes)) << '\n';
+
+    bool before = FileLock::isFileLocked(notes);
+    bool taken = false;
+    bool during = false;
+    {
+        // Released by the destructor: unlockFile would leave the closed
+        // descriptor's number in the object for the destructor to close again.
+        FileLock lock;
+        taken = lock.lockFile(notes);
+        during = FileLock::isFileLocked(notes);
+    }
+    bool after = FileLock::isFileLocked(notes);
+    std::cout << "lock on notes.txt: taken " << boolText(taken) << "; isFileLocked before " << boolText(before)
+              << ", while held " << boolText(during) << ", after release " << boolText(after) << '\n';
+    if (!taken || before || !during || after)
+        return failure(invocation, "the lock did not behave as expected");
+
+    if (!area.removeEverything())
+        return failure(invocation, "cannot remove the temporary directory");
+    std::cout << "removed the temporary directory and everything in it\n";
+    return kExitSuccess;
+}
+
+} // namespace
+
+int runDemo(Invocation const& invocation)
+{
+    if (!invocation.allOperands().empty())
+        return badUsage(invocation, "takes no arguments");
+    std::cout << "kelvo-fs demo: a short tour of the library\n";
+    showNormalisation();
+    showComparison();
+    showDecomposition();
+    showIteration();
+    return showDisk(invocation);
+}
+
+} // namespace kelvo::tool
