@@ -25,8 +25,14 @@ Result retryOnInterrupt(Call call, Result failed) noexcept
     return result;
 }
 
-// The system's stat structure is the 64-bit-inode one on every system built
-// here (64-bit Linux, and macOS with its 64-bit inode default).
+// The one place that chooses between following a final link or not. The
+// system's stat structure is the 64-bit-inode one on every system built here
+// (64-bit Linux, and macOS with its 64-bit inode default).
+bool statPath(char const* path, bool follow, struct stat& st) noexcept
+{
+    return (follow ? ::stat : ::lstat)(path, &st) == 0;
+}
+
 void copyTimes(struct stat const& st, FileInformation& information) noexcept
 {
 #if defined(KELVO_HAS_STAT_MTIM)
@@ -53,7 +59,7 @@ void copyTimes(struct stat const& st, FileInformation& information) noexcept
 bool getFileInformation(char const* path, bool follow, FileInformation& information) noexcept
 {
     struct stat st;
-    if ((follow ? ::stat : ::lstat)(path, &st) != 0)
+    if (!statPath(path, follow, st))
         return false;
     information.mode = static_cast<std::uint32_t>(st.st_mode);
     information.size = static_cast<std::int64_t>(st.st_size);
@@ -64,7 +70,7 @@ bool getFileInformation(char const* path, bool follow, FileInformation& informat
 bool canStat(char const* path) noexcept
 {
     struct stat st;
-    return ::stat(path, &st) == 0;
+    return statPath(path, true, st);
 }
 
 bool changeMode(char const* path, std::uint32_t mode) noexcept
@@ -97,11 +103,7 @@ DIR* openDirectory(char const* path) noexcept
 
 dirent* readDirectory(DIR* stream) noexcept { return ::readdir(stream); }
 
-void closeDirectory(DIR* stream) noexcept
-{
-    if (stream != nullptr)
-        ::closedir(stream);
-}
+void closeDirectory(DIR* stream) noexcept { ::closedir(stream); }
 
 bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept
 {
@@ -113,7 +115,7 @@ bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept
 #endif
     // The listing did not say what the entry is: ask the entry itself.
     struct stat st;
-    return ::lstat(path, &st) == 0 && S_ISLNK(st.st_mode);
+    return statPath(path, false, st) && S_ISLNK(st.st_mode);
 }
 
 int openDescriptor(char const* path, int flags) noexcept

@@ -54,7 +54,7 @@ DIR* openDirectory(char const* path) noexcept;
 /// or on a read error (not told apart).
 dirent* readDirectory(DIR* stream) noexcept;
 
-/// Closes `stream` with `closedir`; a null stream is left alone.
+/// Closes the open `stream` (never null) with `closedir`.
 void closeDirectory(DIR* stream) noexcept;
 
 /// Tells whether the listed `entry`, whose full path is `path`, is itself a
