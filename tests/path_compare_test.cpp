@@ -354,6 +354,34 @@ TEST(PathJoin, JoinedNativeFormFollowsTheText)
     EXPECT_EQ((left / Path("y")).nativeString(), "x/y");
 }
 
+TEST(PathJoin, JoiningAPathToItself)
+{
+    Path relative("a");
+    relative /= relative;
+    EXPECT_EQ(relative.string(), String(U"a/a"));
+    Path bothSeparators("/a/");
+    bothSeparators /= bothSeparators;
+    EXPECT_EQ(bothSeparators.string(), String(U"/a/a/"));
+    Path cached("x/");
+    EXPECT_EQ(cached.nativeString(), "x/");
+    cached /= cached;
+    EXPECT_EQ(cached.string(), String(U"x/x/"));
+    EXPECT_EQ(cached.nativeString(), "x/x/");
+    Path empty;
+    empty /= empty;
+    EXPECT_TRUE(empty.empty());
+    Path const p("b/c");
+    EXPECT_EQ((p / p).string(), String(U"b/c/b/c"));
+}
+
+TEST(PathAppend, AppendingAPathToItself)
+{
+    Path p("ab");
+    p += p;
+    EXPECT_EQ(p.string(), String(U"abab"));
+    EXPECT_EQ((p + p).string(), String(U"abababab"));
+}
+
 TEST(PathJoin, ChainedJoins)
 {
     Path const p = Path("/usr") / Path("local") / Path("bin/") / Path("/tool");

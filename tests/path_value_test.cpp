@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -242,9 +243,10 @@ TEST(PathMove, MoveConstructionTakesTheText)
     std::string const* const sourceCache = cacheOf(source);
     Path target(std::move(source));
     EXPECT_EQ(target.string(), String(U"a/e\u0301"));
-    // The new path computes its own form; the source still holds the old one.
-    EXPECT_NE(cacheOf(target), sourceCache);
+    // The native form travels with the text, so it is not computed again.
+    EXPECT_EQ(cacheOf(target), sourceCache);
     EXPECT_EQ(target.nativeString(), native);
+    EXPECT_EQ(source.nativeString(), "");
     EXPECT_TRUE(source.empty()); // NOLINT(bugprone-use-after-move)
 }
 
@@ -359,6 +361,13 @@ TEST(PathValue, TypeShape)
     EXPECT_FALSE(p.empty());
 }
 
+TEST(PathValue, StreamsTheUtf8OfItsText)
+{
+    std::ostringstream out;
+    out << Path("a\\b\xC3\xA9") << '|' << Path();
+    EXPECT_EQ(out.str(), "a/be\xCC\x81|");
+}
+
 // -------------------------------------------------------- lossless bytes
 
 TEST(PathBytes, EverySingleByteButBackslashRoundTrips)
@@ -459,6 +468,22 @@ TEST(PathBytes, RandomNamesRoundTripThroughTheNativeForm)
             return;
         }
     }
+}
+
+TEST(PathMove, MovedFromPathHasNoOldNativeForm)
+{
+    Path source("/cached/path");
+    ASSERT_EQ(source.nativeString(), "/cached/path");
+    Path target(std::move(source));
+    EXPECT_TRUE(source.empty());
+    EXPECT_EQ(source.nativeString(), "");
+    EXPECT_EQ(target.nativeString(), "/cached/path");
+
+    Path other("/x");
+    ASSERT_EQ(other.nativeString(), "/x");
+    target = std::move(other);
+    EXPECT_EQ(other.nativeString(), "");
+    EXPECT_EQ(target.nativeString(), "/x");
 }
 
 } // namespace

@@ -211,6 +211,35 @@ TEST(NormalizationConformance, IsNFDAgreesWithToNFDForEveryColumn)
     failures.check();
 }
 
+#if defined(__linux__)
+
+// File names on Linux are composed: the native form of a text is the UTF-8 of
+// its NFC, so c2 == NFC(c1) == NFC(c2) == NFC(c3) and c4 == NFC(c4) == NFC(c5).
+TEST(NormalizationConformance, NativeFormIsTheComposedColumnForEveryLine)
+{
+    FailureLog failures;
+    for (NormalizationLine const& line : normalizationData().lines) {
+        std::string const c2 = line.columns[1].toUTF8String();
+        std::string const c4 = line.columns[3].toUTF8String();
+        for (int i = 0; i < 5; ++i) {
+            std::string const& expected = i < 3 ? c2 : c4;
+            std::string const actual = line.columns[i].toNativeString();
+            if (actual != expected)
+                failures.add("line " + std::to_string(line.lineNumber) + ": native form of c" + std::to_string(i + 1)
+                             + " = " + hex(line.columns[i]) + " is " + hex(String(actual)) + ", expected "
+                             + (i < 3 ? hex(line.columns[1]) : hex(line.columns[3])));
+        }
+        // The same behind a plain prefix, which the composition may skip.
+        std::string const prefixed = String(String(U"dir/") + line.columns[2]).toNativeString();
+        if (prefixed != "dir/" + c2)
+            failures.add("line " + std::to_string(line.lineNumber) + ": native form of a prefixed c3 is "
+                         + hex(String(prefixed)));
+    }
+    failures.check();
+}
+
+#endif
+
 TEST(NormalizationConformance, CodePointsNotListedAreTheirOwnNFD)
 {
     // Checked in blocks, each code point between two "a": a starter keeps a

@@ -585,4 +585,13 @@ TEST(StringApi, ExactComparisonIsByCodePoint)
     EXPECT_TRUE(codePoints({0x7FFFFFFF}) < codePoints({0xFFFFFFFF}));
 }
 
+TEST(StringConcatenation, WideLiteralsJoinOnEitherSide)
+{
+    String const middle(U"b");
+    String const left = U"a" + middle;
+    String const right = middle + U"c";
+    EXPECT_EQ(left, String(U"ab"));
+    EXPECT_EQ(right, String(U"bc"));
+}
+
 } // namespace

@@ -6,6 +6,7 @@
 #include <kelvo/text/Unicode.h>
 
 #include <cstring>
+#include <memory>
 #include <ostream>
 
 namespace kelvo::filesystem {
@@ -45,27 +46,41 @@ void fixStuff(String& text)
 
 Path::Path(Path const& other) : text(other.text ? new String(*other.text) : nullptr) {}
 
-Path::Path(Path&& other) noexcept : text(other.text) { other.text = nullptr; }
-
-Path::Path(String const& value) : text(new String(value)) { detail::fixStuff(*text); }
-
-Path::Path(String&& value) : text(new String(std::move(value))) { detail::fixStuff(*text); }
-
-Path::Path(std::string const& utf8) : text(new String(utf8)) { detail::fixStuff(*text); }
-
-Path::Path(char const* utf8) : text(utf8 && *utf8 ? new String(std::string(utf8)) : nullptr)
+Path::Path(Path&& other) noexcept : text(other.text), nativeCache(other.nativeCache)
 {
-    if (text)
-        detail::fixStuff(*text);
+    // The native form travels with its text; the source is left a plain empty
+    // path.
+    other.text = nullptr;
+    other.nativeCache = nullptr;
 }
 
-Path::Path(String&& normalisedText, Normalised) noexcept
+namespace {
+
+// Normalises a new heap text and hands it over; if normalising throws, the
+// text is freed rather than left behind by the unfinished constructor.
+String* adoptNormalised(std::unique_ptr<String> owned)
 {
-    if (!normalisedText.empty()) {
-        // Allocation failure here is as fatal as anywhere else in a
-        // constructor; the noexcept keeps element extraction lean.
+    detail::fixStuff(*owned);
+    return owned.release();
+}
+
+} // namespace
+
+Path::Path(String const& value) : text(adoptNormalised(std::make_unique<String>(value))) {}
+
+Path::Path(String&& value) : text(adoptNormalised(std::make_unique<String>(std::move(value)))) {}
+
+Path::Path(std::string const& utf8) : text(adoptNormalised(std::make_unique<String>(utf8))) {}
+
+Path::Path(char const* utf8)
+    : text(utf8 && *utf8 ? adoptNormalised(std::make_unique<String>(std::string(utf8))) : nullptr)
+{
+}
+
+Path::Path(String&& normalisedText, Normalised)
+{
+    if (!normalisedText.empty())
         text = new String(std::move(normalisedText));
-    }
 }
 
 Path::~Path()
@@ -91,10 +106,11 @@ Path& Path::operator=(Path&& other) noexcept
 {
     if (this != &other) {
         delete text;
+        delete nativeCache;
         text = other.text;
+        nativeCache = other.nativeCache;
         other.text = nullptr;
-        other.clearCache();
-        clearCache();
+        other.nativeCache = nullptr;
     }
     return *this;
 }
@@ -156,6 +172,10 @@ void Path::appendSeparator()
 
 Path& Path::operator/=(Path const& rhs)
 {
+    if (&rhs == this)
+        // Joining a path to itself reads the right text while the left one
+        // changes: join a copy instead.
+        return *this /= Path(rhs);
     if (!rhs.empty()) {
         if (empty()) {
             mutableText() = *rhs.text;

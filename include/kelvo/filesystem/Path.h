@@ -52,7 +52,7 @@ public:
     Path() noexcept = default;
     /// Copies the text; the copy starts without a native cache.
     Path(Path const& other);
-    /// Takes over the text; `other` is left empty.
+    /// Takes over the text and its native form; `other` is left empty.
     Path(Path&& other) noexcept;
     /// Normalises a copy of `text`.
     Path(String const& text);
@@ -150,7 +150,7 @@ private:
     struct Normalised {};
     /// Takes over a text already known to be normalised (a piece of another
     /// path's text, say).
-    Path(String&& normalisedText, Normalised) noexcept;
+    Path(String&& normalisedText, Normalised);
 
     String& mutableText();
     std::string const& nativeReference() const;

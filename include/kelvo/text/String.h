@@ -104,6 +104,18 @@ inline String operator+(String&& a, String&& b)
     a.append(b);
     return std::move(a);
 }
+inline String operator+(String const& a, char32_t const* b)
+{
+    String r(a);
+    r.append(b);
+    return r;
+}
+inline String operator+(char32_t const* a, String const& b)
+{
+    String r(a);
+    r.append(b);
+    return r;
+}
 inline String operator+(String const& a, String const& b)
 {
     String r;

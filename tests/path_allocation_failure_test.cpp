@@ -1,0 +1,187 @@
+// Tests that a failed allocation anywhere inside text and path operations comes out as std::bad_alloc and leaks nothing.
+#include <kelvo/filesystem/Path.h>
+#include <kelvo/filesystem/private.h>
+#include <kelvo/text/Unicode.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <utility>
+
+// Every allocation of this program goes through these, so that a test can
+// make the n-th one fail and count what is still held afterwards.
+namespace {
+
+long liveAllocations = 0;
+long allocationsUntilFailure = -1; // -1: never fail
+
+void* allocate(std::size_t size)
+{
+    if (allocationsUntilFailure == 0)
+        throw std::bad_alloc();
+    if (allocationsUntilFailure > 0)
+        --allocationsUntilFailure;
+    void* const p = std::malloc(size ? size : 1);
+    if (p == nullptr)
+        throw std::bad_alloc();
+    ++liveAllocations;
+    return p;
+}
+
+void release(void* p) noexcept
+{
+    if (p != nullptr) {
+        --liveAllocations;
+        std::free(p);
+    }
+}
+
+} // namespace
+
+void* operator new(std::size_t size) { return allocate(size); }
+void* operator new[](std::size_t size) { return allocate(size); }
+void operator delete(void* p) noexcept { release(p); }
+void operator delete[](void* p) noexcept { release(p); }
+void operator delete(void* p, std::size_t) noexcept { release(p); }
+void operator delete[](void* p, std::size_t) noexcept { release(p); }
+
+namespace {
+
+using kelvo::filesystem::Path;
+using kelvo::unicode::String;
+
+// Runs `operation` once to settle lazily built statics, then again with the
+// first, second, third... allocation failing, until it runs through. Each
+// failing run must throw std::bad_alloc and leave no allocation behind.
+// Returns the number of runs that failed.
+template <typename Operation>
+long failEveryAllocationOf(char const* what, Operation operation)
+{
+    SCOPED_TRACE(what);
+    operation();
+    for (long n = 0; n < 10000; ++n) {
+        long const before = liveAllocations;
+        bool threw = false;
+        allocationsUntilFailure = n;
+        try {
+            operation();
+        } catch (std::bad_alloc const&) {
+            threw = true;
+        }
+        allocationsUntilFailure = -1;
+        long const after = liveAllocations;
+        EXPECT_EQ(after, before) << "allocations left after failing allocation " << n;
+        if (!threw || after != before)
+            return n;
+    }
+    ADD_FAILURE() << "the operation never ran through";
+    return -1;
+}
+
+String const kAccented(U"D\u00E9j\u00E0\\R\u00E9sum\u00E9s\\caf\u00E9.tar.gz");
+std::string const kAccentedUtf8("D\xC3\xA9j\xC3\xA0\\R\xC3\xA9sum\xC3\xA9s\\caf\xC3\xA9.tar.gz");
+
+TEST(AllocationFailure, TextOperations)
+{
+    EXPECT_GT(failEveryAllocationOf("decode", [] { String const s(kAccentedUtf8); }), 0);
+    failEveryAllocationOf("encode", [] { std::string const s = kAccented.toUTF8String(); });
+    failEveryAllocationOf("native", [] { std::string const s = kAccented.toNativeString(); });
+    failEveryAllocationOf("wide", [] { std::wstring const s = kAccented.toWString(); });
+    failEveryAllocationOf("isNFD", [] { (void)kelvo::unicode::isNFD(kAccented); });
+    // Decomposing allocates the result and ICU's working copies.
+    EXPECT_GT(failEveryAllocationOf("toNFD", [] { String const s = kelvo::unicode::toNFD(kAccented); }), 2);
+    failEveryAllocationOf("concatenate", [] { String const s = kAccented + String(U"/more/text"); });
+}
+
+TEST(AllocationFailure, Construction)
+{
+    // The heap text, its buffer, then the work of decomposing it.
+    EXPECT_GT(failEveryAllocationOf("from String", [] { Path const p(kAccented); }), 3);
+    failEveryAllocationOf("from String rvalue", [] { Path const p{String(kAccented)}; });
+    failEveryAllocationOf("from std::string", [] { Path const p(kAccentedUtf8); });
+    failEveryAllocationOf("from char const*", [] { Path const p(kAccentedUtf8.c_str()); });
+    failEveryAllocationOf("copy", [] {
+        Path const p(kAccented);
+        Path const copy(p);
+    });
+    failEveryAllocationOf("copy assignment", [] {
+        Path const p(kAccented);
+        Path target("short");
+        target = p;
+    });
+    failEveryAllocationOf("native form", [] {
+        Path const p(kAccented);
+        std::string const native = p.nativeString();
+    });
+}
+
+TEST(AllocationFailure, Decomposition)
+{
+    Path const server("//server/share/dir/file.tar.gz");
+    Path const accented(kAccented);
+    for (Path const* p : {&server, &accented}) {
+        failEveryAllocationOf("rootName", [p] { Path const r = p->rootName(); });
+        failEveryAllocationOf("rootDirectory", [p] { Path const r = p->rootDirectory(); });
+        failEveryAllocationOf("rootPath", [p] { Path const r = p->rootPath(); });
+        failEveryAllocationOf("relativePath", [p] { Path const r = p->relativePath(); });
+        EXPECT_GT(failEveryAllocationOf("parentPath", [p] { Path const r = p->parentPath(); }), 0);
+        failEveryAllocationOf("filename", [p] { Path const r = p->filename(); });
+        failEveryAllocationOf("stem", [p] { Path const r = p->stem(); });
+        failEveryAllocationOf("extension", [p] { Path const r = p->extension(); });
+        failEveryAllocationOf("isAbsolute", [p] { (void)p->isAbsolute(); });
+        failEveryAllocationOf("isComplete", [p] { (void)p->isComplete(); });
+        failEveryAllocationOf("replaceExtension", [p] {
+            Path copy(*p);
+            copy.replaceExtension(Path("longer-extension"));
+        });
+    }
+}
+
+TEST(AllocationFailure, CompositionAndComparison)
+{
+    Path const left(kAccented);
+    Path const right("sub/dir/name.txt");
+    failEveryAllocationOf("slash", [&] { Path const r = left / right; });
+    failEveryAllocationOf("slash rvalue", [&] { Path const r = Path(left) / right; });
+    failEveryAllocationOf("slash equals", [&] {
+        Path p(left);
+        p /= right;
+    });
+    failEveryAllocationOf("plus", [&] { Path const r = left + right; });
+    failEveryAllocationOf("plus rvalue", [&] { Path const r = Path(left) + right; });
+    failEveryAllocationOf("plus equals", [&] {
+        Path p(left);
+        p += Path(String(U"\u0301\u0316"));
+    });
+    failEveryAllocationOf("appendSeparator", [&] {
+        Path p("abc");
+        p.appendSeparator();
+    });
+    failEveryAllocationOf("equals String", [&] { (void)(left == kAccented); });
+    failEveryAllocationOf("equals UTF-8", [&] { (void)(left == kAccentedUtf8.c_str()); });
+    failEveryAllocationOf("differs String", [&] { (void)(left != kAccented); });
+    failEveryAllocationOf("differs UTF-8", [&] { (void)(kAccentedUtf8.c_str() != left); });
+    failEveryAllocationOf("compare", [&] { (void)kelvo_private::filesystem::compare(kAccented, String(U"x")); });
+}
+
+TEST(AllocationFailure, Iteration)
+{
+    Path const p("//server/share/d\xC3\xA9j\xC3\xA0/");
+    EXPECT_GT(failEveryAllocationOf("iterate", [&] {
+        int count = 0;
+        for (Path const& element : p)
+            count += element.empty() ? 0 : 1;
+    }), 4);
+}
+
+TEST(AllocationFailure, ResultsAreRightOnceAllocationsSucceed)
+{
+    // The operations above really did their work when nothing failed.
+    Path const p(kAccented);
+    EXPECT_EQ(p.string(), String(U"De\u0301ja\u0300/Re\u0301sume\u0301s/cafe\u0301.tar.gz"));
+    EXPECT_EQ(p.extension().string(), String(U".gz"));
+}
+
+} // namespace
