@@ -41,6 +41,20 @@ TARGETS = [
 
 UNIT_TO_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
+# Display order; anything else follows in name order.
+OPERATIONS = ["construct", "copy", "equal", "equal_case", "equal_case_last", "less", "parent_path",
+              "filename", "extension", "stem", "join", "native_first", "native_cached", "iterate",
+              "list", "status", "exists"]
+CASES = ["ascii40", "ascii400", "accented", "8elements", "1000", "10000", "100000", "file"]
+
+
+def orderKey(case):
+    family, _, rest = case.partition("/")
+    operation, _, label = rest.partition("/")
+    return (family != "path",
+            OPERATIONS.index(operation) if operation in OPERATIONS else len(OPERATIONS), operation,
+            CASES.index(label) if label in CASES else len(CASES), label)
+
 
 def load(paths, metric):
     """Returns {name: time in ns} and {name: coefficient of variation}."""
@@ -72,13 +86,13 @@ def load(paths, metric):
 
 
 def group(times):
-    """Returns {case: {implementation: time}} in first-seen order."""
+    """Returns [(case, {implementation: time})] in display order."""
     cases = {}
     for name, value in times.items():
         case, _, implementation = name.rpartition("/")
         if implementation in IMPLEMENTATIONS:
             cases.setdefault(case, {})[implementation] = value
-    return cases
+    return sorted(cases.items(), key=lambda item: orderKey(item[0]))
 
 
 def verdicts(case, row):
@@ -92,7 +106,7 @@ def verdicts(case, row):
             continue
         ratio = row["kelvo"] / row[reference]
         passed = ratio < limit if strict else ratio <= limit
-        found.append(("/%s %s %.2g: %s" % (reference, "<" if strict else "<=", limit,
+        found.append(("/%s %s %g: %s" % (reference, "<" if strict else "<=", limit,
                                            "pass" if passed else "FAIL"), passed))
     return found
 
@@ -121,7 +135,7 @@ def main():
     header = ["case", "kelvo", "std", "boost", "raw", "kelvo/std", "kelvo/boost", "kelvo/raw", "cv kelvo", "targets"]
     rows = []
     failures = 0
-    for case, row in cases.items():
+    for case, row in cases:
         ours = row.get("kelvo")
         ratios = []
         for reference in REFERENCES:

@@ -464,6 +464,28 @@ TEST_F(FileStatusTest, GetModificationTimeBeforeTheEpoch)
     EXPECT_EQ(fs::getModificationTime(Path(path)).time_since_epoch().count(), -1750000);
 }
 
+TEST(FileStatusFarFutureTest, ModificationTimeBeyondMicrosecondRangeWrapsWithoutOverflow)
+{
+    // Some file systems store 64-bit seconds; such a time is too far from the
+    // epoch for 64-bit microseconds and must not overflow.
+    char directory[] = "/dev/shm/kelvo-far-future-XXXXXX";
+    if (::mkdtemp(directory) == nullptr)
+        GTEST_SKIP() << "no /dev/shm to store a far-future time on";
+    std::string const path = std::string(directory) + "/file";
+    int const fd = ::open(path.c_str(), O_WRONLY | O_CREAT, 0644);
+    ASSERT_GE(fd, 0);
+    ::close(fd);
+    std::int64_t const seconds = std::int64_t(1) << 50;
+    timespec const times[2] = {{100, 0}, {static_cast<time_t>(seconds), 0}};
+    bool const stored = ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0 && rawStat(path).st_mtim.tv_sec == seconds;
+    std::int64_t const count = stored ? fs::getModificationTime(Path(path)).time_since_epoch().count() : 0;
+    ::unlink(path.c_str());
+    ::rmdir(directory);
+    if (!stored)
+        GTEST_SKIP() << "this file system does not keep a time that far ahead";
+    EXPECT_EQ(static_cast<std::uint64_t>(count), static_cast<std::uint64_t>(seconds) * 1000000u);
+}
+
 TEST_F(FileStatusTest, GetModificationTimeFollowsSymbolicLinks)
 {
     std::string const target = makeFile("target", 0644);

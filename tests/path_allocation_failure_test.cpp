@@ -184,4 +184,31 @@ TEST(AllocationFailure, ResultsAreRightOnceAllocationsSucceed)
     EXPECT_EQ(p.extension().string(), String(U".gz"));
 }
 
+TEST(AllocationFailure, FailedAppendLeavesTheTextNormalised)
+{
+    // Appending a combining mark that must be reordered needs a decomposition;
+    // when that fails the path keeps its previous, normalised text.
+    long failures = 0;
+    for (long n = 0; n < 100; ++n) {
+        Path p(String(U"e\u0301"));
+        Path const mark(String(U"\u0323"));
+        allocationsUntilFailure = n;
+        bool threw = false;
+        try {
+            p += mark;
+        } catch (std::bad_alloc const&) {
+            threw = true;
+        }
+        allocationsUntilFailure = -1;
+        if (!threw) {
+            EXPECT_EQ(p.string(), String(U"e\u0323\u0301"));
+            break;
+        }
+        ++failures;
+        EXPECT_EQ(p.string(), String(U"e\u0301")) << "after failing allocation " << n;
+        EXPECT_TRUE(kelvo::unicode::isNFD(p.string()));
+    }
+    EXPECT_GT(failures, 0);
+}
+
 } // namespace

@@ -456,4 +456,15 @@ TEST(PathAppend, AppendSeparator)
     EXPECT_EQ(root.string(), String(U"/"));
 }
 
+TEST(PathJoin, RvalueOperatorsWithThePathOnBothSides)
+{
+    Path joined("a");
+    Path const slash = std::move(joined) / joined;
+    EXPECT_EQ(slash.string(), String(U"a/a"));
+
+    Path appended("ab");
+    Path const plus = std::move(appended) + appended;
+    EXPECT_EQ(plus.string(), String(U"abab"));
+}
+
 } // namespace

@@ -15,6 +15,9 @@
 #include <string>
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/time.h>
+#include <sys/wait.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -538,6 +541,69 @@ TEST_F(StreamsTest, FstreamWithLockCheckOnAMissingFileBehavesAsFstream)
     created << "made";
     created.close();
     EXPECT_EQ(contentOf(at("missing.txt")), "made");
+}
+
+TEST_F(StreamsTest, LockCheckRefusalLeavesErrnoUnchanged)
+{
+    writeFile("held.txt", "held");
+    FileLock holder;
+    ASSERT_TRUE(holder.lockFile(Path(at("held.txt"))));
+
+    errno = 0;
+    EXPECT_EQ(fopenWrapperWithLockCheck(Path(at("held.txt")), "r"), nullptr);
+    EXPECT_EQ(errno, 0);
+
+    std::fstream stream;
+    errno = 0;
+    fstreamWrapperWithLockCheck(stream, Path(at("held.txt")), kIn);
+    EXPECT_FALSE(stream.is_open());
+    EXPECT_EQ(errno, 0);
+}
+
+namespace {
+void ignoreAlarm(int) {}
+} // namespace
+
+TEST_F(StreamsTest, FopenInterruptedBySignalReturnsNullWithEINTR)
+{
+    // A caller may use a signal as a timeout on an open that blocks (a FIFO
+    // nobody writes to): the interrupted open must come back as a failure.
+    ASSERT_EQ(::mkfifo(at("fifo").c_str(), 0600), 0);
+    pid_t const writer = ::fork();
+    ASSERT_GE(writer, 0);
+    if (writer == 0) {
+        // Unblocks the reader after a while in any case, so that a wrong
+        // implementation fails the test instead of hanging it.
+        ::sleep(5);
+        int fd = ::open(at("fifo").c_str(), O_WRONLY);
+        if (fd >= 0)
+            ::close(fd);
+        ::_exit(0);
+    }
+
+    struct sigaction action = {};
+    struct sigaction previous = {};
+    action.sa_handler = ignoreAlarm;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0; // no SA_RESTART: the open is interrupted
+    ASSERT_EQ(::sigaction(SIGALRM, &action, &previous), 0);
+    struct itimerval timer = {};
+    timer.it_value.tv_usec = 200000;
+    ASSERT_EQ(::setitimer(ITIMER_REAL, &timer, nullptr), 0);
+
+    errno = 0;
+    std::FILE* const file = fopenWrapper(Path(at("fifo")), "r");
+    int const openErrno = errno;
+
+    ::sigaction(SIGALRM, &previous, nullptr);
+    ::kill(writer, SIGKILL);
+    int status = 0;
+    ::waitpid(writer, &status, 0);
+    if (file != nullptr)
+        std::fclose(file);
+
+    EXPECT_EQ(file, nullptr);
+    EXPECT_EQ(openErrno, EINTR);
 }
 
 } // namespace

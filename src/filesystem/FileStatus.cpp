@@ -81,8 +81,12 @@ FileTime getModificationTime(Path const& path)
     posix::FileInformation information;
     if (!posix::getFileInformation(PathNativeAccess::cString(path), true, information))
         return FileTime();
-    return FileTime(std::chrono::microseconds(information.modificationSeconds * kMicrosecondsPerSecond
-                                              + information.modificationNanoseconds / 1000));
+    // Computed in unsigned arithmetic: a time too far from the epoch for 64-bit
+    // microseconds (a file system may store one) wraps instead of overflowing.
+    std::uint64_t const microseconds = static_cast<std::uint64_t>(information.modificationSeconds)
+            * static_cast<std::uint64_t>(kMicrosecondsPerSecond)
+        + static_cast<std::uint64_t>(information.modificationNanoseconds / 1000);
+    return FileTime(std::chrono::microseconds(static_cast<std::int64_t>(microseconds)));
 }
 
 bool setModificationTime(Path const& path, FileTime const& time)

@@ -199,9 +199,17 @@ Path& Path::operator/=(Path const& rhs)
 Path& Path::operator+=(Path const& rhs)
 {
     String& s = mutableText();
+    String::size_type const previousSize = s.size();
     s.append(rhs.string());
     clearCache();
-    detail::fixStuff(s);
+    try {
+        detail::fixStuff(s);
+    } catch (...) {
+        // Normalising failed (out of memory): take the appended text back, so
+        // the path keeps a normalised text.
+        s.resize(previousSize);
+        throw;
+    }
     return *this;
 }
 
@@ -228,6 +236,8 @@ Path operator/(Path const& a, Path const& b)
 
 Path operator/(Path&& a, Path const& b)
 {
+    if (&a == &b)
+        return a / b;
     Path result(std::move(a));
     result /= b;
     return result;
@@ -244,6 +254,8 @@ Path operator+(Path const& a, Path const& b)
 
 Path operator+(Path&& a, Path const& b)
 {
+    if (&a == &b)
+        return a + b;
     Path result(std::move(a));
     result += b;
     return result;

@@ -5,6 +5,7 @@
 #include "PathInternal.h"
 #include "filesystem/posix/System.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <ios>
 #include <string>
@@ -16,6 +17,16 @@ namespace {
 
 constexpr std::size_t kInitialWorkingDirectorySize = 1024;
 
+// Asks whether another holder has `path` locked, leaving errno as it was: a
+// refused open must not look like a failed one.
+bool isLockedKeepingErrno(Path const& path)
+{
+    int const savedErrno = errno;
+    bool const locked = FileLock::isFileLocked(path);
+    errno = savedErrno;
+    return locked;
+}
+
 } // namespace
 
 std::FILE* fopenWrapper(Path const& path, std::string const& mode)
@@ -25,7 +36,7 @@ std::FILE* fopenWrapper(Path const& path, std::string const& mode)
 
 std::FILE* fopenWrapperWithLockCheck(Path const& path, std::string const& mode)
 {
-    if (FileLock::isFileLocked(path))
+    if (isLockedKeepingErrno(path))
         return nullptr;
     return fopenWrapper(path, mode);
 }
@@ -39,7 +50,7 @@ void fstreamWrapperWithLockCheck(std::fstream& stream, Path const& path, unsigne
 {
     // A refused file leaves the stream untouched, error bits included: the
     // caller sees the refusal only as a stream that is not open.
-    if (FileLock::isFileLocked(path))
+    if (isLockedKeepingErrno(path))
         return;
     fstreamWrapper(stream, path, mode);
 }

@@ -34,8 +34,11 @@ public:
     bool lockFile(Path const& path);
 
     /// Releases the lock and closes the descriptor. The object keeps the
-    /// closed descriptor's number: a later `lockFile` reports true without
-    /// locking anything, as before.
+    /// closed descriptor's number, as it always has: a later `lockFile`
+    /// reports true without locking anything, and a second `unlockFile` or
+    /// the destructor closes that number again. Since the system may have
+    /// given the number to another file by then, let the object go soon after
+    /// unlocking rather than keeping it.
     void unlockFile();
 
     /// @returns true when some holder, in this or another process, has a lock

@@ -13,18 +13,6 @@ namespace kelvo::filesystem::posix {
 
 namespace {
 
-// Calls `call` again for as long as a signal interrupts it; `failed` is the
-// value by which it reports failure.
-template <typename Call, typename Result>
-Result retryOnInterrupt(Call call, Result failed) noexcept
-{
-    Result result;
-    do {
-        result = call();
-    } while (result == failed && errno == EINTR);
-    return result;
-}
-
 // The one place that chooses between following a final link or not. The
 // system's stat structure is the 64-bit-inode one on every system built here
 // (64-bit Linux, and macOS with its 64-bit inode default).
@@ -75,7 +63,7 @@ bool canStat(char const* path) noexcept
 
 bool changeMode(char const* path, std::uint32_t mode) noexcept
 {
-    return retryOnInterrupt([&] { return ::chmod(path, static_cast<mode_t>(mode)); }, -1) == 0;
+    return ::chmod(path, static_cast<mode_t>(mode)) == 0;
 }
 
 bool setFileTimes(char const* path,
@@ -93,12 +81,12 @@ bool setFileTimes(char const* path,
     times[0].tv_usec = static_cast<suseconds_t>(accessMicroseconds);
     times[1].tv_sec = static_cast<time_t>(modificationSeconds);
     times[1].tv_usec = static_cast<suseconds_t>(modificationMicroseconds);
-    return retryOnInterrupt([&] { return ::utimes(path, times); }, -1) == 0;
+    return ::utimes(path, times) == 0;
 }
 
 DIR* openDirectory(char const* path) noexcept
 {
-    return retryOnInterrupt([&] { return ::opendir(path); }, static_cast<DIR*>(nullptr));
+    return ::opendir(path);
 }
 
 dirent* readDirectory(DIR* stream) noexcept { return ::readdir(stream); }
@@ -120,19 +108,19 @@ bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept
 
 int openDescriptor(char const* path, int flags) noexcept
 {
-    return retryOnInterrupt([&] { return ::open(path, flags); }, -1);
+    return ::open(path, flags);
 }
 
 bool lockDescriptor(int descriptor, int operation) noexcept
 {
-    return retryOnInterrupt([&] { return ::flock(descriptor, operation); }, -1) == 0;
+    return ::flock(descriptor, operation) == 0;
 }
 
 void closeDescriptor(int descriptor) noexcept { ::close(descriptor); }
 
 std::FILE* openStream(char const* path, char const* mode) noexcept
 {
-    return retryOnInterrupt([&] { return std::fopen(path, mode); }, static_cast<std::FILE*>(nullptr));
+    return std::fopen(path, mode);
 }
 
 WorkingDirectoryResult getWorkingDirectory(char* buffer, std::size_t size) noexcept
@@ -144,7 +132,7 @@ WorkingDirectoryResult getWorkingDirectory(char* buffer, std::size_t size) noexc
 
 bool changeWorkingDirectory(char const* path) noexcept
 {
-    return retryOnInterrupt([&] { return ::chdir(path); }, -1) == 0;
+    return ::chdir(path) == 0;
 }
 
 } // namespace kelvo::filesystem::posix

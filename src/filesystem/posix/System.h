@@ -8,10 +8,11 @@
 #include <cstdint>
 #include <cstdio>
 
-// Every wrapper takes NUL-terminated native path bytes, makes one call (or
-// retries it when a signal interrupted it), and turns the result into a plain
-// value. None of them throws, and none clears errno: it is left as the failing
-// call set it.
+// Every wrapper takes NUL-terminated native path bytes, makes one call and
+// turns the result into a plain value. None of them throws, none looks at
+// errno, and none clears it: it is left as the failing call set it. A call
+// that a signal interrupts is not retried, so that a caller using a signal as
+// a timeout (on a FIFO that nobody opens, say) gets its failure back.
 namespace kelvo::filesystem::posix {
 
 /// What `getFileInformation` reads of an object, with the system's own
