@@ -2,6 +2,8 @@
 #include <kelvo/filesystem/Path.h>
 
 #include "PathInternal.h"
+#include "text/Encoding.h"
+#include "text/Normalization.h"
 
 #include <kelvo/text/Unicode.h>
 
@@ -36,10 +38,8 @@ namespace detail {
 void fixStuff(String& text)
 {
     for (char32_t& c : text)
-        if (c == kOtherSeparator)
-            c = kSeparator;
-    if (!kelvo::unicode::isNFD(text))
-        text = kelvo::unicode::toNFD(text);
+        c = (c == kOtherSeparator) ? kSeparator : c;
+    kelvo::unicode::detail::decomposeInPlace(text);
 }
 
 } // namespace detail
@@ -70,12 +70,31 @@ Path::Path(String const& value) : text(adoptNormalised(std::make_unique<String>(
 
 Path::Path(String&& value) : text(adoptNormalised(std::make_unique<String>(std::move(value)))) {}
 
-Path::Path(std::string const& utf8) : text(adoptNormalised(std::make_unique<String>(utf8))) {}
+namespace {
 
-Path::Path(char const* utf8)
-    : text(utf8 && *utf8 ? adoptNormalised(std::make_unique<String>(std::string(utf8))) : nullptr)
+// A new heap text from UTF-8 bytes, normalised. ASCII, the common case, needs
+// no decoding and is its own decomposition: only backslashes change.
+String* textFromUTF8(char const* data, std::size_t size)
 {
+    auto owned = std::make_unique<String>();
+    if (kelvo::unicode::detail::isASCII(data, size)) {
+        owned->resize(size);
+        char32_t* const out = owned->data();
+        for (std::size_t i = 0; i < size; ++i) {
+            char32_t const c = static_cast<unsigned char>(data[i]);
+            out[i] = (c == kOtherSeparator) ? kSeparator : c;
+        }
+        return owned.release();
+    }
+    kelvo::unicode::detail::decodeUTF8(data, size, *owned);
+    return adoptNormalised(std::move(owned));
 }
+
+} // namespace
+
+Path::Path(std::string const& utf8) : text(textFromUTF8(utf8.data(), utf8.size())) {}
+
+Path::Path(char const* utf8) : text(utf8 && *utf8 ? textFromUTF8(utf8, std::strlen(utf8)) : nullptr) {}
 
 Path::Path(String&& normalisedText, Normalised)
 {

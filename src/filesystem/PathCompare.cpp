@@ -21,7 +21,27 @@ namespace {
 // the default locale the two agree.
 inline char32_t lowerASCII(char32_t c) noexcept
 {
-    return (c >= U'A' && c <= U'Z') ? c + (U'a' - U'A') : c;
+    return (c - U'A' < 26u) ? c + (U'a' - U'A') : c;
+}
+
+// Code points looked at together before the exact walk: a block whose code
+// points agree once ASCII letters are lowered holds no difference, and the
+// loop over it has no early exit, so the compiler can vectorise it.
+constexpr std::size_t kBlock = 16;
+
+// Where the exact walk has to start: the first block holding code points that
+// differ beyond ASCII letter case, or the end of the shorter text.
+std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+{
+    std::size_t i = 0;
+    for (; i + kBlock <= common; i += kBlock) {
+        char32_t difference = 0;
+        for (std::size_t k = 0; k < kBlock; ++k)
+            difference |= lowerASCII(pa[i + k]) ^ lowerASCII(pb[i + k]);
+        if (difference != 0)
+            break;
+    }
+    return i;
 }
 
 } // namespace
@@ -35,7 +55,7 @@ int compareDecomposed(String const& a, String const& b) noexcept
     if (la == lb && (pa == pb || std::memcmp(pa, pb, la * sizeof(char32_t)) == 0))
         return 0;
     std::size_t const n = la > lb ? la : lb;
-    for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t i = skipEqualBlocks(pa, pb, la < lb ? la : lb); i < n; ++i) {
         // Past its end a text reads U+0000.
         char32_t const x = i < la ? pa[i] : 0;
         char32_t const y = i < lb ? pb[i] : 0;
@@ -79,8 +99,8 @@ String decode(char const* utf8) { return utf8 ? String(std::string(utf8)) : Stri
 
 } // namespace
 
-bool operator==(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) == 0; }
-bool operator!=(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) != 0; }
+bool operator==(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0; }
+bool operator!=(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) != 0; }
 
 bool operator==(Path const& a, String const& b) { return equalsNormalised(a, b); }
 bool operator==(String const& a, Path const& b) { return equalsNormalised(b, a); }
@@ -92,10 +112,10 @@ bool operator!=(String const& a, Path const& b) { return kelvo_private::filesyst
 bool operator!=(Path const& a, char const* b) { return compareWithText(a, decode(b)) != 0; }
 bool operator!=(char const* a, Path const& b) { return kelvo_private::filesystem::compare(decode(a), b.string()) != 0; }
 
-bool operator<(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) < 0; }
-bool operator<=(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) <= 0; }
-bool operator>(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) > 0; }
-bool operator>=(Path const& a, Path const& b) { return detail::compareDecomposed(a.string(), b.string()) >= 0; }
+bool operator<(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) < 0; }
+bool operator<=(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) <= 0; }
+bool operator>(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) > 0; }
+bool operator>=(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) >= 0; }
 
 } // namespace kelvo::filesystem
 

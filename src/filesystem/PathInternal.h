@@ -10,6 +10,11 @@ namespace kelvo::filesystem {
 
 /// Gives the library's own code the cached native form without a copy.
 struct PathNativeAccess {
+    /// @returns the text of `path` without a call into another source file.
+    static kelvo::unicode::String const& text(Path const& path) noexcept
+    {
+        return path.text ? *path.text : path.string();
+    }
     /// @returns the native form of `path`, computing and caching it first if
     /// needed; valid until the path changes or is destroyed.
     static std::string const& native(Path const& path) { return path.nativeReference(); }

@@ -6,6 +6,11 @@
 
 namespace kelvo::unicode::detail {
 
+/// Brings `text` to Normalization Form D in place, as `text = toNFD(text)`
+/// would, without allocating when it is already decomposed. On failure
+/// (out of memory) `text` is left as it was.
+void decomposeInPlace(String& text);
+
 /// @returns true when every code point of `text` is below U+0300, which makes
 /// the text its own NFC (nothing can compose or reorder).
 bool isTriviallyComposed(String const& text) noexcept;

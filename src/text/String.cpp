@@ -1,6 +1,7 @@
 // UTF-8 decoding and encoding of kelvo::unicode::String, lossless for bytes that are not UTF-8.
 #include <kelvo/text/String.h>
 
+#include "Encoding.h"
 #include "Normalization.h"
 
 namespace kelvo::unicode {
@@ -99,32 +100,47 @@ std::string encodeUTF8(std::u32string const& text)
 
 } // namespace
 
-String::String(std::string const& utf8)
+namespace detail {
+
+bool isASCII(char const* data, std::size_t size) noexcept
 {
-    std::size_t const n = utf8.size();
-    resize(n);
-    char32_t* out = data();
-    auto const* p = reinterpret_cast<unsigned char const*>(utf8.data());
-    auto const* const end = p + n;
+    // No early exit, so that the compiler can test many bytes at once.
+    unsigned char seen = 0;
+    for (std::size_t i = 0; i < size; ++i)
+        seen |= static_cast<unsigned char>(data[i]);
+    return seen < 0x80;
+}
+
+void decodeUTF8(char const* data, std::size_t size, String& out)
+{
+    out.resize(size);
+    char32_t* const first = out.data();
+    auto const* p = reinterpret_cast<unsigned char const*>(data);
+    auto const* const end = p + size;
+    char32_t* o = first;
     while (p != end) {
         unsigned char const byte = *p;
         if (byte < 0x80) {
-            *out++ = byte;
+            *o++ = byte;
             ++p;
             continue;
         }
         char32_t c = 0;
         std::size_t const length = decodeSequence(p, end, c);
         if (length == 0) {
-            *out++ = kEscapeBase + byte;
+            *o++ = kEscapeBase + byte;
             ++p;
         } else {
-            *out++ = c;
+            *o++ = c;
             p += length;
         }
     }
-    resize(static_cast<size_type>(out - data()));
+    out.resize(static_cast<String::size_type>(o - first));
 }
+
+} // namespace detail
+
+String::String(std::string const& utf8) { detail::decodeUTF8(utf8.data(), utf8.size(), *this); }
 
 std::string String::toUTF8String() const { return encodeUTF8(*this); }
 

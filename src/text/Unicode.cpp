@@ -8,6 +8,9 @@
 #include <unicode/unorm2.h>
 #include <unicode/utypes.h>
 
+#include <climits>
+#include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -45,18 +48,50 @@ UNormalizer2 const* nfc()
     return instance;
 }
 
-void appendUTF16(std::u16string& out, char32_t const* first, char32_t const* last)
+// A buffer of code units that lives on the stack for the short texts paths
+// are made of, and on the heap beyond.
+class UnitBuffer {
+public:
+    /// Makes room for `size` units; the previous contents are not kept.
+    char16_t* reserve(std::size_t size)
+    {
+        if (size > capacity) {
+            heap.reset(new char16_t[size]);
+            units = heap.get();
+            capacity = size;
+        }
+        return units;
+    }
+    char16_t* data() noexcept { return units; }
+
+private:
+    static constexpr std::size_t kInline = 256;
+    char16_t inlineUnits[kInline];
+    std::unique_ptr<char16_t[]> heap;
+    char16_t* units = inlineUnits;
+    std::size_t capacity = kInline;
+};
+
+// Converts the scalar values in [first, last) to UTF-16.
+// @returns the number of units written into `buffer`.
+int32_t toUTF16(char32_t const* first, char32_t const* last, UnitBuffer& buffer)
 {
+    std::size_t const count = static_cast<std::size_t>(last - first);
+    if (count > static_cast<std::size_t>(INT32_MAX / 2))
+        throw std::length_error("text too long for Unicode normalisation");
+    char16_t* out = buffer.reserve(count * 2);
+    char16_t* const begin = out;
     for (; first != last; ++first) {
         char32_t const c = *first;
         if (c < 0x10000) {
-            out.push_back(static_cast<char16_t>(c));
+            *out++ = static_cast<char16_t>(c);
         } else {
             char32_t const v = c - 0x10000;
-            out.push_back(static_cast<char16_t>(0xD800 + (v >> 10)));
-            out.push_back(static_cast<char16_t>(0xDC00 + (v & 0x3FF)));
+            *out++ = static_cast<char16_t>(0xD800 + (v >> 10));
+            *out++ = static_cast<char16_t>(0xDC00 + (v & 0x3FF));
         }
     }
+    return static_cast<int32_t>(out - begin);
 }
 
 void appendUTF32(String& out, char16_t const* first, char16_t const* last)
@@ -71,32 +106,39 @@ void appendUTF32(String& out, char16_t const* first, char16_t const* last)
     }
 }
 
+// Normalises `length` units of `source` into `result`.
+// @returns the number of units written.
+int32_t normaliseUnits(UNormalizer2 const* form, char16_t const* source, int32_t length, UnitBuffer& result)
+{
+    // A canonical decomposition grows a text at most fourfold; composition
+    // only shrinks it.
+    std::size_t capacity = static_cast<std::size_t>(length) * 4 + 16;
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t written = unorm2_normalize(form, reinterpret_cast<UChar const*>(source), length,
+                                       reinterpret_cast<UChar*>(result.reserve(capacity)),
+                                       static_cast<int32_t>(capacity), &status);
+    if (status == U_BUFFER_OVERFLOW_ERROR) {
+        capacity = static_cast<std::size_t>(written);
+        status = U_ZERO_ERROR;
+        written = unorm2_normalize(form, reinterpret_cast<UChar const*>(source), length,
+                                   reinterpret_cast<UChar*>(result.reserve(capacity)),
+                                   static_cast<int32_t>(capacity), &status);
+    }
+    if (U_FAILURE(status))
+        throw std::runtime_error("Unicode normalisation failed");
+    return written;
+}
+
 // Normalises the scalar values in [first, last) with ICU and appends them.
 void normaliseRun(UNormalizer2 const* form, char32_t const* first, char32_t const* last, String& out)
 {
     if (first == last)
         return;
-    std::u16string source;
-    source.reserve(static_cast<std::size_t>(last - first) + 8);
-    appendUTF16(source, first, last);
-    std::u16string result;
-    result.resize(source.size() * 3 + 16);
-    UErrorCode status = U_ZERO_ERROR;
-    int32_t length = unorm2_normalize(form, reinterpret_cast<UChar const*>(source.data()),
-                                      static_cast<int32_t>(source.size()),
-                                      reinterpret_cast<UChar*>(result.data()),
-                                      static_cast<int32_t>(result.size()), &status);
-    if (status == U_BUFFER_OVERFLOW_ERROR) {
-        result.resize(static_cast<std::size_t>(length));
-        status = U_ZERO_ERROR;
-        length = unorm2_normalize(form, reinterpret_cast<UChar const*>(source.data()),
-                                  static_cast<int32_t>(source.size()),
-                                  reinterpret_cast<UChar*>(result.data()),
-                                  static_cast<int32_t>(result.size()), &status);
-    }
-    if (U_FAILURE(status))
-        throw std::runtime_error("Unicode normalisation failed");
-    appendUTF32(out, result.data(), result.data() + length);
+    UnitBuffer source;
+    int32_t const length = toUTF16(first, last, source);
+    UnitBuffer result;
+    int32_t const written = normaliseUnits(form, source.data(), length, result);
+    appendUTF32(out, result.data(), result.data() + written);
 }
 
 // Normalises `text` from `start` on, keeping values that are not scalar values
@@ -123,26 +165,42 @@ bool isNormalisedRun(UNormalizer2 const* form, char32_t const* first, char32_t c
 {
     if (first == last)
         return true;
-    std::u16string source;
-    source.reserve(static_cast<std::size_t>(last - first) + 8);
-    appendUTF16(source, first, last);
+    UnitBuffer source;
+    int32_t const length = toUTF16(first, last, source);
     UErrorCode status = U_ZERO_ERROR;
-    UBool const normalised = unorm2_isNormalized(form, reinterpret_cast<UChar const*>(source.data()),
-                                                 static_cast<int32_t>(source.size()), &status);
+    UBool const normalised = unorm2_isNormalized(form, reinterpret_cast<UChar const*>(source.data()), length, &status);
     if (U_FAILURE(status))
         throw std::runtime_error("Unicode normalisation check failed");
     return normalised != 0;
 }
 
-// Position of the first code point at or above `limit`, or the size.
+// Position of the first code point at or above `limit`, or the size. Blocks
+// are tested whole first, without an early exit, so that the common case of a
+// text entirely below the limit is scanned at vector speed.
 std::size_t firstAtOrAbove(String const& text, char32_t limit) noexcept
 {
+    constexpr std::size_t kBlock = 16;
     char32_t const* const base = text.data();
     std::size_t const n = text.size();
     std::size_t i = 0;
+    for (; i + kBlock <= n; i += kBlock) {
+        bool above = false;
+        for (std::size_t k = 0; k < kBlock; ++k)
+            above |= base[i + k] >= limit;
+        if (above)
+            break;
+    }
     while (i < n && base[i] < limit)
         ++i;
     return i;
+}
+
+bool containsNonScalar(char32_t const* first, char32_t const* last) noexcept
+{
+    bool found = false;
+    for (; first != last; ++first)
+        found |= !isScalarValue(*first);
+    return found;
 }
 
 } // namespace
@@ -183,6 +241,35 @@ String toNFD(String const& text)
 }
 
 namespace detail {
+
+void decomposeInPlace(String& text)
+{
+    std::size_t const start = firstAtOrAbove(text, kFirstDecomposable);
+    std::size_t const size = text.size();
+    if (start == size)
+        return;
+    char32_t const* const tail = text.data() + start;
+    if (containsNonScalar(tail, text.data() + size)) {
+        if (!isNFD(text))
+            text = toNFD(text);
+        return;
+    }
+    UnitBuffer source;
+    int32_t const length = toUTF16(tail, text.data() + size, source);
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t const span = unorm2_spanQuickCheckYes(nfd(), reinterpret_cast<UChar const*>(source.data()), length, &status);
+    if (U_FAILURE(status))
+        throw std::runtime_error("Unicode normalisation check failed");
+    if (span == length)
+        return;
+    UnitBuffer result;
+    int32_t const written = normaliseUnits(nfd(), source.data(), length, result);
+    // Everything that can fail is done before the text changes: once the room
+    // is reserved, truncating and appending cannot throw.
+    text.reserve(start + static_cast<std::size_t>(written));
+    text.resize(start);
+    appendUTF32(text, result.data(), result.data() + written);
+}
 
 bool isTriviallyComposed(String const& text) noexcept
 {
