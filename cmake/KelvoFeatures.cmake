@@ -16,8 +16,17 @@ check_cxx_source_compiles([[
 int main() { struct stat s{}; return static_cast<int>(s.st_mtimespec.tv_nsec + s.st_atimespec.tv_nsec); }
 ]] KELVO_HAS_STAT_MTIMESPEC)
 
+# Versions of a function for several instruction sets, chosen at load time.
+check_cxx_source_compiles([[
+#if !defined(__x86_64__)
+#error only offered for x86-64 here
+#endif
+__attribute__((target_clones("avx2", "default"))) int twice(int x) { return 2 * x; }
+int main() { return twice(0); }
+]] KELVO_HAS_TARGET_CLONES)
+
 set(KELVO_FEATURE_DEFINITIONS "")
-foreach(feature KELVO_HAS_DIRENT_D_TYPE KELVO_HAS_STAT_MTIM KELVO_HAS_STAT_MTIMESPEC)
+foreach(feature KELVO_HAS_DIRENT_D_TYPE KELVO_HAS_STAT_MTIM KELVO_HAS_STAT_MTIMESPEC KELVO_HAS_TARGET_CLONES)
     if(${feature})
         list(APPEND KELVO_FEATURE_DEFINITIONS ${feature}=1)
     endif()

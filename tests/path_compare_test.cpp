@@ -2,7 +2,11 @@
 #include <kelvo/filesystem/Path.h>
 #include <kelvo/filesystem/private.h>
 
+#include <kelvo/text/Unicode.h>
+
 #include <gtest/gtest.h>
+
+#include <cctype>
 
 #include <algorithm>
 #include <random>
@@ -465,6 +469,81 @@ TEST(PathJoin, RvalueOperatorsWithThePathOnBothSides)
     Path appended("ab");
     Path const plus = std::move(appended) + appended;
     EXPECT_EQ(plus.string(), String(U"abab"));
+}
+
+// The comparison written out step by step, code point by code point, to check
+// the library's faster walk against on long texts.
+int referenceCompare(String const& rawA, String const& rawB)
+{
+    String const a = kelvo::unicode::toNFD(rawA);
+    String const b = kelvo::unicode::toNFD(rawB);
+    std::size_t const n = std::max(a.size(), b.size());
+    for (std::size_t i = 0; i < n; ++i) {
+        char32_t const x = i < a.size() ? a[i] : 0;
+        char32_t const y = i < b.size() ? b[i] : 0;
+        if (x == y)
+            continue;
+        char32_t fx, fy;
+        if ((x | y) > 0x7F) {
+            fx = kelvo::unicode::simpleCaseFold(x);
+            fy = kelvo::unicode::simpleCaseFold(y);
+        } else {
+            fx = static_cast<char32_t>(std::tolower(static_cast<int>(x)));
+            fy = static_cast<char32_t>(std::tolower(static_cast<int>(y)));
+        }
+        if (fx != fy)
+            return x < y ? -1 : 1;
+    }
+    if (a.size() == b.size())
+        return 0;
+    return a.size() < b.size() ? -1 : 1;
+}
+
+TEST(PathCompareLong, AgreesWithTheStepByStepComparisonAtEveryPosition)
+{
+    // Texts long enough for the comparison's grouped walk, differing in case
+    // or in value at every position, and in length.
+    std::mt19937 random(20261122u);
+    std::u32string const alphabet = U"aAbBzZ@[`{/._-0\u00e9\u00c9\u03c3\u03a3\u0130i\u017fs";
+    std::uniform_int_distribution<std::size_t> pick(0, alphabet.size() - 1);
+    for (std::size_t length : {15u, 16u, 17u, 31u, 32u, 33u, 100u, 257u}) {
+        for (int round = 0; round < 200; ++round) {
+            String a;
+            for (std::size_t i = 0; i < length; ++i)
+                a.push_back(alphabet[pick(random)]);
+            String b = a;
+            std::size_t const position = static_cast<std::size_t>(random()) % length;
+            switch (round % 4) {
+            case 0: b[position] = alphabet[pick(random)]; break;
+            case 1: {
+                char32_t const c = b[position];
+                b[position] = (c >= U'a' && c <= U'z') ? c - 32 : (c >= U'A' && c <= U'Z') ? c + 32 : c;
+                break;
+            }
+            case 2: b.resize(position); break;
+            default: b.push_back(alphabet[pick(random)]); break;
+            }
+            ASSERT_EQ(compare(a, b), referenceCompare(a, b)) << "length " << length << ", round " << round;
+            ASSERT_EQ(compare(b, a), referenceCompare(b, a)) << "length " << length << ", round " << round;
+            ASSERT_EQ(Path(a) == Path(b), referenceCompare(a, b) == 0);
+            ASSERT_EQ(Path(a) < Path(b), referenceCompare(a, b) < 0);
+        }
+    }
+}
+
+TEST(PathCompareLong, CaseDifferencesAcrossALongTextAreIgnored)
+{
+    String lower(400, U'x');
+    String upper(400, U'X');
+    lower[399] = U'/';
+    upper[399] = U'/';
+    EXPECT_EQ(compare(lower, upper), 0);
+    EXPECT_TRUE(Path(lower) == Path(upper));
+    upper[200] = U'Y';
+    // "x" against "Y": the raw code points decide, so the lower-case text
+    // sorts after.
+    EXPECT_EQ(compare(lower, upper), 1);
+    EXPECT_EQ(compare(upper, lower), -1);
 }
 
 } // namespace
