@@ -1,5 +1,6 @@
 // Tests of the Path value: construction and normalisation, copies, moves, swaps, clearing, the native-form cache and lossless bytes.
 #include <kelvo/filesystem/Path.h>
+#include <kelvo/text/Unicode.h>
 
 #include "filesystem/PathInternal.h"
 
@@ -484,6 +485,32 @@ TEST(PathMove, MovedFromPathHasNoOldNativeForm)
     target = std::move(other);
     EXPECT_EQ(other.nativeString(), "");
     EXPECT_EQ(target.nativeString(), "/x");
+}
+
+TEST(PathConstruction, FromUTF8AgreesWithDecodingThenNormalising)
+{
+    // Whatever way a constructor takes (ASCII, valid UTF-8, bytes that are not
+    // UTF-8), its text is the decoded text with "/" for "\\", decomposed.
+    std::vector<std::string> const pieces = {
+        "a", "Z", "/", "\\", ".", "\xC3\xA9", "e\xCC\x81", "\xCC\xA3", "\xCC\x81\xCC\xA3",
+        "\xEA\xB0\x80", "\xF0\x9F\x98\x80", "\xE2\x84\xAB", "\xEF\xAC\x81", "\xFF", "\xC3", "\xED\xA0\x80",
+        "\xE1\xBA\xA4", "\xC7\x84"};
+    std::mt19937 random(7u);
+    std::uniform_int_distribution<std::size_t> pick(0, pieces.size() - 1);
+    std::uniform_int_distribution<int> count(0, 40);
+    for (int round = 0; round < 3000; ++round) {
+        std::string bytes;
+        for (int i = count(random); i > 0; --i)
+            bytes += pieces[pick(random)];
+        String expected(bytes);
+        for (char32_t& c : expected)
+            if (c == U'\\')
+                c = U'/';
+        expected = kelvo::unicode::toNFD(expected);
+        ASSERT_EQ(Path(bytes).string(), expected) << "round " << round;
+        ASSERT_EQ(Path(bytes.c_str()).string(), expected) << "round " << round;
+        ASSERT_EQ(Path(String(bytes)).string(), expected) << "round " << round;
+    }
 }
 
 } // namespace

@@ -86,8 +86,11 @@ String* textFromUTF8(char const* data, std::size_t size)
         }
         return owned.release();
     }
-    kelvo::unicode::detail::decodeUTF8(data, size, *owned);
-    return adoptNormalised(std::move(owned));
+    kelvo::unicode::detail::decodeUTF8ToNFD(data, size, *owned);
+    // A backslash is ASCII, untouched by the decomposition.
+    for (char32_t& c : *owned)
+        c = (c == kOtherSeparator) ? kSeparator : c;
+    return owned.release();
 }
 
 } // namespace

@@ -11,10 +11,20 @@ namespace kelvo::unicode::detail {
 /// @returns true when every one of the `size` bytes at `data` is below 0x80.
 bool isASCII(char const* data, std::size_t size) noexcept;
 
+/// Decodes one multi-byte UTF-8 sequence starting at `p`, whose lead byte is
+/// 0x80 or more.
+/// @returns its length with the code point in `out`, or 0 when the bytes do
+/// not form a valid, shortest-form sequence of a Unicode scalar value.
+std::size_t decodeUTF8Sequence(unsigned char const* p, unsigned char const* end, char32_t& out) noexcept;
+
 /// Replaces the contents of `out` with the decoding of the `size` UTF-8 bytes
 /// at `data`; each byte that is not part of a valid sequence becomes U+DC00
 /// plus the byte.
 void decodeUTF8(char const* data, std::size_t size, String& out);
+
+/// Replaces the contents of `out` with the decoding of the `size` UTF-8 bytes
+/// at `data`, brought to Normalization Form D.
+void decodeUTF8ToNFD(char const* data, std::size_t size, String& out);
 
 } // namespace kelvo::unicode::detail
 

@@ -3,6 +3,7 @@
 
 #include "Encoding.h"
 #include "Normalization.h"
+#include "SmallBuffer.h"
 
 namespace kelvo::unicode {
 
@@ -12,45 +13,6 @@ constexpr char32_t kEscapeBase = 0xDC00;
 constexpr char32_t kReplacement = 0xFFFD;
 
 inline bool isContinuation(unsigned char byte) noexcept { return (byte & 0xC0) == 0x80; }
-
-// Decodes one multi-byte sequence starting at `p` (whose lead byte is at least
-// 0x80). On success stores the code point and returns the sequence length;
-// returns 0 when the bytes do not form a valid, shortest-form sequence of a
-// Unicode scalar value.
-std::size_t decodeSequence(unsigned char const* p, unsigned char const* end, char32_t& out) noexcept
-{
-    unsigned char const lead = p[0];
-    std::size_t const available = static_cast<std::size_t>(end - p);
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        if (available < 2 || !isContinuation(p[1]))
-            return 0;
-        out = (char32_t(lead & 0x1F) << 6) | char32_t(p[1] & 0x3F);
-        return 2;
-    }
-    if (lead >= 0xE0 && lead <= 0xEF) {
-        if (available < 3 || !isContinuation(p[1]) || !isContinuation(p[2]))
-            return 0;
-        // Shortest form only, and no encoded surrogates.
-        if (lead == 0xE0 && p[1] < 0xA0)
-            return 0;
-        if (lead == 0xED && p[1] >= 0xA0)
-            return 0;
-        out = (char32_t(lead & 0x0F) << 12) | (char32_t(p[1] & 0x3F) << 6) | char32_t(p[2] & 0x3F);
-        return 3;
-    }
-    if (lead >= 0xF0 && lead <= 0xF4) {
-        if (available < 4 || !isContinuation(p[1]) || !isContinuation(p[2]) || !isContinuation(p[3]))
-            return 0;
-        if (lead == 0xF0 && p[1] < 0x90)
-            return 0;
-        if (lead == 0xF4 && p[1] >= 0x90)
-            return 0;
-        out = (char32_t(lead & 0x07) << 18) | (char32_t(p[1] & 0x3F) << 12)
-            | (char32_t(p[2] & 0x3F) << 6) | char32_t(p[3] & 0x3F);
-        return 4;
-    }
-    return 0;
-}
 
 void appendUTF8(std::string& out, char32_t c)
 {
@@ -102,6 +64,45 @@ std::string encodeUTF8(std::u32string const& text)
 
 namespace detail {
 
+// Decodes one multi-byte sequence starting at `p` (whose lead byte is at least
+// 0x80). On success stores the code point and returns the sequence length;
+// returns 0 when the bytes do not form a valid, shortest-form sequence of a
+// Unicode scalar value.
+std::size_t decodeUTF8Sequence(unsigned char const* p, unsigned char const* end, char32_t& out) noexcept
+{
+    unsigned char const lead = p[0];
+    std::size_t const available = static_cast<std::size_t>(end - p);
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        if (available < 2 || !isContinuation(p[1]))
+            return 0;
+        out = (char32_t(lead & 0x1F) << 6) | char32_t(p[1] & 0x3F);
+        return 2;
+    }
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        if (available < 3 || !isContinuation(p[1]) || !isContinuation(p[2]))
+            return 0;
+        // Shortest form only, and no encoded surrogates.
+        if (lead == 0xE0 && p[1] < 0xA0)
+            return 0;
+        if (lead == 0xED && p[1] >= 0xA0)
+            return 0;
+        out = (char32_t(lead & 0x0F) << 12) | (char32_t(p[1] & 0x3F) << 6) | char32_t(p[2] & 0x3F);
+        return 3;
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        if (available < 4 || !isContinuation(p[1]) || !isContinuation(p[2]) || !isContinuation(p[3]))
+            return 0;
+        if (lead == 0xF0 && p[1] < 0x90)
+            return 0;
+        if (lead == 0xF4 && p[1] >= 0x90)
+            return 0;
+        out = (char32_t(lead & 0x07) << 18) | (char32_t(p[1] & 0x3F) << 12)
+            | (char32_t(p[2] & 0x3F) << 6) | char32_t(p[3] & 0x3F);
+        return 4;
+    }
+    return 0;
+}
+
 bool isASCII(char const* data, std::size_t size) noexcept
 {
     // No early exit, so that the compiler can test many bytes at once.
@@ -113,8 +114,10 @@ bool isASCII(char const* data, std::size_t size) noexcept
 
 void decodeUTF8(char const* data, std::size_t size, String& out)
 {
-    out.resize(size);
-    char32_t* const first = out.data();
+    // Decoded into scratch space first, so that the text is written once,
+    // at its final size.
+    SmallBuffer<char32_t> points;
+    char32_t* const first = points.reserve(size);
     auto const* p = reinterpret_cast<unsigned char const*>(data);
     auto const* const end = p + size;
     char32_t* o = first;
@@ -126,7 +129,7 @@ void decodeUTF8(char const* data, std::size_t size, String& out)
             continue;
         }
         char32_t c = 0;
-        std::size_t const length = decodeSequence(p, end, c);
+        std::size_t const length = decodeUTF8Sequence(p, end, c);
         if (length == 0) {
             *o++ = kEscapeBase + byte;
             ++p;
@@ -135,7 +138,7 @@ void decodeUTF8(char const* data, std::size_t size, String& out)
             p += length;
         }
     }
-    out.resize(static_cast<String::size_type>(o - first));
+    out.assign(first, static_cast<String::size_type>(o - first));
 }
 
 } // namespace detail

@@ -1,13 +1,16 @@
 // Normalisation and case folding of kelvo::unicode::String, bound to ICU, with fast paths that keep plain text away from it.
 #include <kelvo/text/Unicode.h>
 
+#include "Encoding.h"
 #include "Normalization.h"
+#include "SmallBuffer.h"
 
 #include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
-#include <unicode/unorm2.h>
+#include <unicode/unistr.h>
 #include <unicode/utypes.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <memory>
@@ -27,50 +30,30 @@ constexpr char32_t kFirstCombining = 0x300;
 
 inline bool isScalarValue(char32_t c) noexcept { return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
 
-UNormalizer2 const* normalizer(bool compose)
+icu::Normalizer2 const* normalizer(bool compose)
 {
     UErrorCode status = U_ZERO_ERROR;
-    UNormalizer2 const* instance = compose ? unorm2_getNFCInstance(&status) : unorm2_getNFDInstance(&status);
+    icu::Normalizer2 const* instance = compose ? icu::Normalizer2::getNFCInstance(status)
+                                               : icu::Normalizer2::getNFDInstance(status);
     if (U_FAILURE(status) || instance == nullptr)
         throw std::runtime_error("Unicode normalisation data is not available");
     return instance;
 }
 
-UNormalizer2 const* nfd()
+icu::Normalizer2 const* nfd()
 {
-    static UNormalizer2 const* const instance = normalizer(false);
+    static icu::Normalizer2 const* const instance = normalizer(false);
     return instance;
 }
 
-UNormalizer2 const* nfc()
+icu::Normalizer2 const* nfc()
 {
-    static UNormalizer2 const* const instance = normalizer(true);
+    static icu::Normalizer2 const* const instance = normalizer(true);
     return instance;
 }
 
-// A buffer of code units that lives on the stack for the short texts paths
-// are made of, and on the heap beyond.
-class UnitBuffer {
-public:
-    /// Makes room for `size` units; the previous contents are not kept.
-    char16_t* reserve(std::size_t size)
-    {
-        if (size > capacity) {
-            heap.reset(new char16_t[size]);
-            units = heap.get();
-            capacity = size;
-        }
-        return units;
-    }
-    char16_t* data() noexcept { return units; }
-
-private:
-    static constexpr std::size_t kInline = 256;
-    char16_t inlineUnits[kInline];
-    std::unique_ptr<char16_t[]> heap;
-    char16_t* units = inlineUnits;
-    std::size_t capacity = kInline;
-};
+using UnitBuffer = detail::SmallBuffer<char16_t>;
+using PointBuffer = detail::SmallBuffer<char32_t>;
 
 // Converts the scalar values in [first, last) to UTF-16.
 // @returns the number of units written into `buffer`.
@@ -94,43 +77,58 @@ int32_t toUTF16(char32_t const* first, char32_t const* last, UnitBuffer& buffer)
     return static_cast<int32_t>(out - begin);
 }
 
-void appendUTF32(String& out, char16_t const* first, char16_t const* last)
+// Converts the UTF-16 units [first, last), which hold scalar values only.
+// @returns the number of code points written into `buffer`.
+std::size_t toUTF32(char16_t const* first, char16_t const* last, PointBuffer& buffer)
 {
+    // At most one code point a unit.
+    char32_t* const begin = buffer.reserve(static_cast<std::size_t>(last - first));
+    char32_t* o = begin;
     while (first != last) {
         char32_t c = *first++;
         if (c >= 0xD800 && c <= 0xDBFF && first != last && *first >= 0xDC00 && *first <= 0xDFFF) {
             c = 0x10000 + ((c - 0xD800) << 10) + (char32_t(*first) - 0xDC00);
             ++first;
         }
-        out.push_back(c);
+        *o++ = c;
     }
+    return static_cast<std::size_t>(o - begin);
 }
 
-// Normalises `length` units of `source` into `result`.
-// @returns the number of units written.
-int32_t normaliseUnits(UNormalizer2 const* form, char16_t const* source, int32_t length, UnitBuffer& result)
+// Appends the UTF-16 units [first, last), which hold scalar values only.
+void appendUTF32(String& out, char16_t const* first, char16_t const* last)
+{
+    PointBuffer points;
+    std::size_t const count = toUTF32(first, last, points);
+    out.append(points.data(), count);
+}
+
+// Normalises `length` units of `source`.
+// @returns the number of units written to `result`.
+int32_t normaliseUnits(icu::Normalizer2 const* form, char16_t const* source, int32_t length, UnitBuffer& result)
 {
     // A canonical decomposition grows a text at most fourfold; composition
-    // only shrinks it.
-    std::size_t capacity = static_cast<std::size_t>(length) * 4 + 16;
+    // only shrinks it. The result is written straight into `result`.
+    std::size_t const capacity = static_cast<std::size_t>(length) * 4 + 16;
+    char16_t* const buffer = result.reserve(capacity);
+    icu::UnicodeString const input(false, source, length);
+    icu::UnicodeString output(buffer, 0, static_cast<int32_t>(capacity));
     UErrorCode status = U_ZERO_ERROR;
-    int32_t written = unorm2_normalize(form, reinterpret_cast<UChar const*>(source), length,
-                                       reinterpret_cast<UChar*>(result.reserve(capacity)),
-                                       static_cast<int32_t>(capacity), &status);
-    if (status == U_BUFFER_OVERFLOW_ERROR) {
-        capacity = static_cast<std::size_t>(written);
-        status = U_ZERO_ERROR;
-        written = unorm2_normalize(form, reinterpret_cast<UChar const*>(source), length,
-                                   reinterpret_cast<UChar*>(result.reserve(capacity)),
-                                   static_cast<int32_t>(capacity), &status);
-    }
+    form->normalize(input, output, status);
     if (U_FAILURE(status))
         throw std::runtime_error("Unicode normalisation failed");
+    int32_t const written = output.length();
+    if (output.getBuffer() != buffer) {
+        // The normaliser needed more room than foreseen and moved the result
+        // to storage of its own.
+        char16_t* const larger = result.reserve(static_cast<std::size_t>(written));
+        output.extract(0, written, larger);
+    }
     return written;
 }
 
 // Normalises the scalar values in [first, last) with ICU and appends them.
-void normaliseRun(UNormalizer2 const* form, char32_t const* first, char32_t const* last, String& out)
+void normaliseRun(icu::Normalizer2 const* form, char32_t const* first, char32_t const* last, String& out)
 {
     if (first == last)
         return;
@@ -143,7 +141,7 @@ void normaliseRun(UNormalizer2 const* form, char32_t const* first, char32_t cons
 
 // Normalises `text` from `start` on, keeping values that are not scalar values
 // as boundaries; what lies before `start` is copied as it is.
-String normalise(UNormalizer2 const* form, String const& text, std::size_t start)
+String normalise(icu::Normalizer2 const* form, String const& text, std::size_t start)
 {
     String out;
     out.reserve(text.size() + text.size() / 2);
@@ -161,14 +159,14 @@ String normalise(UNormalizer2 const* form, String const& text, std::size_t start
     return out;
 }
 
-bool isNormalisedRun(UNormalizer2 const* form, char32_t const* first, char32_t const* last)
+bool isNormalisedRun(icu::Normalizer2 const* form, char32_t const* first, char32_t const* last)
 {
     if (first == last)
         return true;
     UnitBuffer source;
     int32_t const length = toUTF16(first, last, source);
     UErrorCode status = U_ZERO_ERROR;
-    UBool const normalised = unorm2_isNormalized(form, reinterpret_cast<UChar const*>(source.data()), length, &status);
+    UBool const normalised = form->isNormalized(icu::UnicodeString(false, source.data(), length), status);
     if (U_FAILURE(status))
         throw std::runtime_error("Unicode normalisation check failed");
     return normalised != 0;
@@ -219,7 +217,7 @@ bool isNFD(String const& text)
     std::size_t const start = firstAtOrAbove(text, kFirstDecomposable);
     if (start == text.size())
         return true;
-    UNormalizer2 const* const form = nfd();
+    icu::Normalizer2 const* const form = nfd();
     char32_t const* const base = text.data();
     std::size_t runStart = start;
     for (std::size_t i = start; i < text.size(); ++i) {
@@ -256,19 +254,56 @@ void decomposeInPlace(String& text)
     }
     UnitBuffer source;
     int32_t const length = toUTF16(tail, text.data() + size, source);
-    UErrorCode status = U_ZERO_ERROR;
-    int32_t const span = unorm2_spanQuickCheckYes(nfd(), reinterpret_cast<UChar const*>(source.data()), length, &status);
-    if (U_FAILURE(status))
-        throw std::runtime_error("Unicode normalisation check failed");
-    if (span == length)
-        return;
+    // One pass: decompose, and keep the text when nothing changed.
     UnitBuffer result;
     int32_t const written = normaliseUnits(nfd(), source.data(), length, result);
-    // Everything that can fail is done before the text changes: once the room
-    // is reserved, truncating and appending cannot throw.
-    text.reserve(start + static_cast<std::size_t>(written));
-    text.resize(start);
-    appendUTF32(text, result.data(), result.data() + written);
+    if (written == length && std::equal(source.data(), source.data() + length, result.data()))
+        return;
+    PointBuffer points;
+    std::size_t const count = toUTF32(result.data(), result.data() + written, points);
+    // The one change to the text comes last, once everything that can fail
+    // has succeeded; replace() keeps the text as it was if it throws.
+    text.replace(start, String::npos, points.data(), count);
+}
+
+void decodeUTF8ToNFD(char const* data, std::size_t size, String& out)
+{
+    // Valid UTF-8 goes straight to the normaliser's own encoding, and its
+    // result straight into the text; bytes that are not UTF-8 take the long
+    // way, since their escapes have no UTF-16 form.
+    UnitBuffer source;
+    char16_t* const first = source.reserve(size);
+    char16_t* o = first;
+    auto const* p = reinterpret_cast<unsigned char const*>(data);
+    auto const* const end = p + size;
+    while (p != end) {
+        unsigned char const byte = *p;
+        if (byte < 0x80) {
+            *o++ = byte;
+            ++p;
+            continue;
+        }
+        char32_t c = 0;
+        std::size_t const length = decodeUTF8Sequence(p, end, c);
+        if (length == 0) {
+            decodeUTF8(data, size, out);
+            decomposeInPlace(out);
+            return;
+        }
+        p += length;
+        if (c < 0x10000) {
+            *o++ = static_cast<char16_t>(c);
+        } else {
+            char32_t const v = c - 0x10000;
+            *o++ = static_cast<char16_t>(0xD800 + (v >> 10));
+            *o++ = static_cast<char16_t>(0xDC00 + (v & 0x3FF));
+        }
+    }
+    UnitBuffer result;
+    int32_t const written = normaliseUnits(nfd(), first, static_cast<int32_t>(o - first), result);
+    PointBuffer points;
+    std::size_t const count = toUTF32(result.data(), result.data() + written, points);
+    out.assign(points.data(), count);
 }
 
 bool isTriviallyComposed(String const& text) noexcept
