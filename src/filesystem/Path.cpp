@@ -28,7 +28,77 @@ String const& emptyString() noexcept
     return empty;
 }
 
+// The per-thread store of texts for reuse. Kept small, and limited to texts
+// of ordinary path length, so that it never holds on to much memory.
+constexpr std::size_t kStoredTexts = 16;
+constexpr std::size_t kLargestStoredCapacity = 512;
+
+// Plain data, constant-initialised: readable at any point of the thread's
+// life, including after the keeper below has emptied it.
+struct TextStore {
+    String* texts[kStoredTexts];
+    std::size_t count;
+    bool closed;
+};
+// The initial-exec model spares a lookup on every use; the store is small
+// enough for the room the system keeps for libraries loaded later.
+#if defined(__GNUC__) && defined(__ELF__)
+__attribute__((tls_model("initial-exec")))
+#endif
+thread_local TextStore store = {};
+
+// Empties the store when the thread ends; from then on texts are freed
+// directly.
+struct TextStoreKeeper {
+    TextStoreKeeper() noexcept = default;
+    TextStoreKeeper(TextStoreKeeper const&) = delete;
+    TextStoreKeeper& operator=(TextStoreKeeper const&) = delete;
+    ~TextStoreKeeper()
+    {
+        detail::emptyTextStore();
+        store.closed = true;
+    }
+};
+#if defined(__GNUC__) && defined(__ELF__)
+__attribute__((tls_model("initial-exec")))
+#endif
+thread_local TextStoreKeeper keeper;
+
 } // namespace
+
+namespace detail {
+
+String* acquireText()
+{
+    TextStore& s = store;
+    if (s.count > 0)
+        return s.texts[--s.count];
+    return new String();
+}
+
+void releaseText(String* text) noexcept
+{
+    if (text == nullptr)
+        return;
+    TextStore& s = store;
+    if (!s.closed && s.count < kStoredTexts && text->capacity() <= kLargestStoredCapacity) {
+        if (s.count == 0)
+            (void)&keeper; // makes sure the store is emptied when the thread ends
+        text->clear();
+        s.texts[s.count++] = text;
+        return;
+    }
+    delete text;
+}
+
+void emptyTextStore() noexcept
+{
+    TextStore& s = store;
+    while (s.count > 0)
+        delete s.texts[--s.count];
+}
+
+} // namespace detail
 
 char32_t nativeSeparartor() { return kSeparator; }
 char32_t nonNativeSeparartor() { return kOtherSeparator; }
@@ -44,7 +114,14 @@ void fixStuff(String& text)
 
 } // namespace detail
 
-Path::Path(Path const& other) : text(other.text ? new String(*other.text) : nullptr) {}
+Path::Path(Path const& other)
+{
+    if (!other.empty()) {
+        detail::OwnedText owned(detail::acquireText());
+        owned->assign(*other.text);
+        text = owned.release();
+    }
+}
 
 Path::Path(Path&& other) noexcept : text(other.text), nativeCache(other.nativeCache)
 {
@@ -58,17 +135,29 @@ namespace {
 
 // Normalises a new heap text and hands it over; if normalising throws, the
 // text is freed rather than left behind by the unfinished constructor.
-String* adoptNormalised(std::unique_ptr<String> owned)
+String* adoptNormalised(detail::OwnedText owned)
 {
     detail::fixStuff(*owned);
     return owned.release();
 }
 
+detail::OwnedText newText() { return detail::OwnedText(detail::acquireText()); }
+
 } // namespace
 
-Path::Path(String const& value) : text(adoptNormalised(std::make_unique<String>(value))) {}
+Path::Path(String const& value)
+{
+    detail::OwnedText owned = newText();
+    owned->assign(value);
+    text = adoptNormalised(std::move(owned));
+}
 
-Path::Path(String&& value) : text(adoptNormalised(std::make_unique<String>(std::move(value)))) {}
+Path::Path(String&& value)
+{
+    detail::OwnedText owned = newText();
+    owned->swap(value);
+    text = adoptNormalised(std::move(owned));
+}
 
 namespace {
 
@@ -76,7 +165,7 @@ namespace {
 // no decoding and is its own decomposition: only backslashes change.
 String* textFromUTF8(char const* data, std::size_t size)
 {
-    auto owned = std::make_unique<String>();
+    detail::OwnedText owned = newText();
     if (kelvo::unicode::detail::isASCII(data, size)) {
         owned->resize(size);
         char32_t* const out = owned->data();
@@ -99,15 +188,9 @@ Path::Path(std::string const& utf8) : text(textFromUTF8(utf8.data(), utf8.size()
 
 Path::Path(char const* utf8) : text(utf8 && *utf8 ? textFromUTF8(utf8, std::strlen(utf8)) : nullptr) {}
 
-Path::Path(String&& normalisedText, Normalised)
-{
-    if (!normalisedText.empty())
-        text = new String(std::move(normalisedText));
-}
-
 Path::~Path()
 {
-    delete text;
+    detail::releaseText(text);
     delete nativeCache;
 }
 
@@ -127,7 +210,7 @@ Path& Path::operator=(Path const& other)
 Path& Path::operator=(Path&& other) noexcept
 {
     if (this != &other) {
-        delete text;
+        detail::releaseText(text);
         delete nativeCache;
         text = other.text;
         nativeCache = other.nativeCache;
@@ -180,7 +263,7 @@ void Path::clearCache() const noexcept
 String& Path::mutableText()
 {
     if (text == nullptr)
-        text = new String();
+        text = detail::acquireText();
     return *text;
 }
 
@@ -241,19 +324,19 @@ Path operator/(Path const& a, Path const& b)
         return Path(b);
     if (b.empty())
         return Path(a);
-    String joined;
+    detail::OwnedText joined = newText();
     String const& s = *a.text;
     String const& r = *b.text;
-    joined.reserve(s.size() + r.size() + 1);
-    joined.append(s);
+    joined->reserve(s.size() + r.size() + 1);
+    joined->append(s);
     bool const leftEnds = s.back() == kSeparator;
     bool const rightBegins = r.front() == kSeparator;
     if (leftEnds && rightBegins)
-        joined.pop_back();
+        joined->pop_back();
     else if (!leftEnds && !rightBegins)
-        joined.push_back(kSeparator);
-    joined.append(r);
-    return Path(std::move(joined), Path::Normalised{});
+        joined->push_back(kSeparator);
+    joined->append(r);
+    return PathNativeAccess::adopt(std::move(joined));
 }
 
 Path operator/(Path&& a, Path const& b)
@@ -267,11 +350,12 @@ Path operator/(Path&& a, Path const& b)
 
 Path operator+(Path const& a, Path const& b)
 {
-    String joined;
-    joined.reserve(a.size() + b.size());
-    joined.append(a.string());
-    joined.append(b.string());
-    return Path(std::move(joined));
+    detail::OwnedText joined = newText();
+    joined->reserve(a.size() + b.size());
+    joined->append(a.string());
+    joined->append(b.string());
+    detail::fixStuff(*joined);
+    return PathNativeAccess::adopt(std::move(joined));
 }
 
 Path operator+(Path&& a, Path const& b)

@@ -18,128 +18,161 @@ bool hasRootNameShape(String const& s) noexcept
     return s.size() >= 3 && s[0] == kSeparator && s[1] == kSeparator && s[2] != kSeparator;
 }
 
-bool isDotOrDotDot(String const& s) noexcept
-{
-    // "." and ".." have no other spelling under case folding or decomposition.
-    return (s.size() == 1 && s[0] == kDot) || (s.size() == 2 && s[0] == kDot && s[1] == kDot);
-}
+constexpr char32_t kDotText[] = U".";
+constexpr char32_t kSeparatorText[] = U"/";
 
-String getParentPath(String const& s)
+// A piece of a path's text (or of a constant): results are built from one.
+struct Piece {
+    char32_t const* first;
+    std::size_t size;
+};
+
+Path pathOf(Piece piece) { return PathNativeAccess::fromPiece(piece.first, piece.size); }
+
+// The parent of `s` is always a prefix of it: its length.
+std::size_t parentLength(String const& s) noexcept
 {
-    if (s.empty())
-        return s;
-    if (s.size() == 1 && s[0] == kSeparator)
-        return String();
+    if (s.empty() || (s.size() == 1 && s[0] == kSeparator))
+        return 0;
     String::size_type const p = s.find_last_of(kSeparator);
     if (p == String::npos)
-        return String();
-    if (p == s.size() - 1)
-        // A trailing separator counts as an element "." whose parent is the
-        // text before it.
-        return getParentPath(s + kDot);
+        return 0;
+    // A trailing separator counts as an element "." whose parent is the text
+    // before it, which is what the last separator's position gives here too.
     if (p == 0)
-        return String(1, kSeparator);
-    String r = s.substr(0, p);
-    while (r.size() >= 2 && r.back() == kSeparator)
-        r.pop_back();
+        return 1;
+    std::size_t r = p;
+    while (r >= 2 && s[r - 1] == kSeparator)
+        --r;
     return r;
 }
 
-String getFilename(String const& s)
+Piece getFilename(String const& s) noexcept
 {
     if (s.empty())
-        return String();
+        return {s.data(), 0};
     if (s.size() == 1 && s[0] == kSeparator)
-        return s;
+        return {s.data(), 1};
     if (s.back() == kSeparator)
-        return String(1, kDot);
+        return {kDotText, 1};
     String::size_type const p = s.find_last_of(kSeparator);
     if (p != String::npos)
-        return s.substr(p + 1);
-    return s;
+        return {s.data() + p + 1, s.size() - p - 1};
+    return {s.data(), s.size()};
+}
+
+// The length of the root path of `s`: root name and root directory, both
+// leading pieces of the text.
+std::size_t rootPathLength(String const& s) noexcept
+{
+    if (hasRootNameShape(s)) {
+        String::size_type const nameEnd = s.find_first_of(kSeparator, 2);
+        return nameEnd == String::npos ? s.size() : nameEnd + 1;
+    }
+    return (!s.empty() && s[0] == kSeparator) ? 1 : 0;
 }
 
 } // namespace
 
 Path Path::rootName() const
 {
-    String const& s = string();
+    String const& s = PathNativeAccess::text(*this);
     if (!hasRootNameShape(s))
         return Path();
-    return Path(s.substr(0, s.find_first_of(kSeparator, 2)), Normalised{});
+    String::size_type const nameEnd = s.find_first_of(kSeparator, 2);
+    return pathOf({s.data(), nameEnd == String::npos ? s.size() : nameEnd});
 }
 
 Path Path::rootDirectory() const
 {
-    String const& s = string();
+    String const& s = PathNativeAccess::text(*this);
     if (hasRootNameShape(s)) {
         if (s.find_first_of(kSeparator, 2) != String::npos)
-            return Path(String(1, kSeparator), Normalised{});
+            return pathOf({kSeparatorText, 1});
         return Path();
     }
     if (!s.empty() && s[0] == kSeparator)
-        return Path(String(1, kSeparator), Normalised{});
+        return pathOf({kSeparatorText, 1});
     return Path();
 }
 
 Path Path::rootPath() const
 {
-    String r = rootName().string();
-    r.append(rootDirectory().string());
-    return Path(std::move(r), Normalised{});
+    String const& s = PathNativeAccess::text(*this);
+    return pathOf({s.data(), rootPathLength(s)});
 }
 
-bool Path::isAbsolute() const { return !rootPath().empty(); }
+bool Path::isAbsolute() const { return rootPathLength(PathNativeAccess::text(*this)) != 0; }
 
 bool Path::isRelative() const { return !isAbsolute(); }
 
-bool Path::isComplete() const { return !rootDirectory().empty(); }
+bool Path::isComplete() const
+{
+    String const& s = PathNativeAccess::text(*this);
+    if (hasRootNameShape(s))
+        return s.find_first_of(kSeparator, 2) != String::npos;
+    return !s.empty() && s[0] == kSeparator;
+}
 
 Path Path::relativePath() const
 {
-    String const& s = string();
-    String const r = rootPath().string();
-    if (r.empty())
+    String const& s = PathNativeAccess::text(*this);
+    std::size_t const rootLength = rootPathLength(s);
+    if (rootLength == 0)
         return *this;
-    String::size_type const p = s.find(r, 0);
-    if (p == String::npos)
-        return Path();
-    String const rest = s.substr(p + r.size());
-    String::size_type const i = rest.find_first_not_of(kSeparator, 0);
+    // Separators right after the root are skipped.
+    String::size_type const i = s.find_first_not_of(kSeparator, rootLength);
     if (i == String::npos)
         return Path();
-    return Path(rest.substr(i), Normalised{});
+    return pathOf({s.data() + i, s.size() - i});
 }
 
-Path Path::parentPath() const { return Path(getParentPath(string()), Normalised{}); }
+Path Path::parentPath() const
+{
+    String const& s = PathNativeAccess::text(*this);
+    return pathOf({s.data(), parentLength(s)});
+}
 
-Path Path::filename() const { return Path(getFilename(string()), Normalised{}); }
+Path Path::filename() const { return pathOf(getFilename(PathNativeAccess::text(*this))); }
 
 Path Path::stem() const
 {
-    String f = getFilename(string());
-    if (isDotOrDotDot(f))
-        return Path(std::move(f), Normalised{});
-    String::size_type d = f.find_last_of(kDot);
-    String::size_type const q = f.find_last_of(kSeparator);
-    if (d == String::npos || (q != String::npos && q > d))
-        d = f.size();
-    f.resize(d);
-    return Path(std::move(f), Normalised{});
+    Piece f = getFilename(PathNativeAccess::text(*this));
+    bool const dotOrDotDot = (f.size == 1 && f.first[0] == kDot)
+                          || (f.size == 2 && f.first[0] == kDot && f.first[1] == kDot);
+    if (!dotOrDotDot) {
+        // The file name holds no separator (but for the root "/" itself), so
+        // its last dot starts the extension.
+        std::size_t d = f.size;
+        for (std::size_t i = f.size; i > 0; --i) {
+            if (f.first[i - 1] == kSeparator)
+                break;
+            if (f.first[i - 1] == kDot) {
+                d = i - 1;
+                break;
+            }
+        }
+        f.size = d;
+    }
+    return pathOf(f);
 }
 
 Path Path::extension() const
 {
-    String const& s = string();
+    String const& s = PathNativeAccess::text(*this);
     // A name that ends in a dot has no extension, and neither has "..";
     // a lone "." keeps itself as its extension.
     if (s.size() >= 2 && s.back() == kDot)
         return Path();
-    String::size_type const q = s.find_last_of(kSeparator);
-    String::size_type const d = s.find_last_of(kDot);
-    if (d == String::npos || (q != String::npos && d < q))
-        return Path();
-    return Path(s.substr(d), Normalised{});
+    // The last dot counts only when no separator follows it.
+    for (std::size_t i = s.size(); i > 0; --i) {
+        char32_t const c = s[i - 1];
+        if (c == kSeparator)
+            return Path();
+        if (c == kDot)
+            return pathOf({s.data() + i - 1, s.size() - i + 1});
+    }
+    return Path();
 }
 
 void Path::replaceExtension(Path const& newExtension)

@@ -14,6 +14,14 @@ using Token = kelvo::parsing::TokenInfo<Path, Iterator>;
 namespace {
 
 constexpr char32_t kSeparator = U'/';
+constexpr char32_t kSeparatorText[] = U"/";
+constexpr char32_t kDotText[] = U".";
+
+// An element: a piece of the path's own text, already normalised.
+Path pieceOf(Iterator first, Iterator last)
+{
+    return PathNativeAccess::fromPiece(first == last ? nullptr : &*first, static_cast<std::size_t>(last - first));
+}
 
 // Where the text after a root part resumes: the last separator of the run
 // that follows `p`, so that the next step still sees a leading separator.
@@ -59,14 +67,14 @@ Token PathIteratorExtractorFunc::operator()(Iterator first, Iterator last)
         Iterator const nameEnd = rootNameEnd(first, last);
         if (nameEnd != first) {
             Iterator const next = separatorWalk(nameEnd, last);
-            return Token{Path(String(first, nameEnd), Path::Normalised{}), next, next == last};
+            return Token{pieceOf(first, nameEnd), next, next == last};
         }
     }
     if (state == 1) {
         state = 2;
         if (hasRootDirectory(first, last)) {
             Iterator const next = separatorWalk(first + 1, last);
-            return Token{Path(String(1, kSeparator), Path::Normalised{}), next, next == last};
+            return Token{PathNativeAccess::fromPiece(kSeparatorText, 1), next, next == last};
         }
     }
     Iterator const p = std::find(first, last, kSeparator);
@@ -74,13 +82,13 @@ Token PathIteratorExtractorFunc::operator()(Iterator first, Iterator last)
         Iterator next = p + 1;
         while (next != last && *next == kSeparator)
             ++next;
-        return Token{Path(String(first, p), Path::Normalised{}), next, false};
+        return Token{pieceOf(first, p), next, false};
     }
     if (first != last)
-        return Token{Path(String(first, last), Path::Normalised{}), last, true};
+        return Token{pieceOf(first, last), last, true};
     // The text ended with separators: a "." stands for the trailing one.
     state = 3;
-    return Token{Path(String(1, U'.'), Path::Normalised{}), last, false};
+    return Token{PathNativeAccess::fromPiece(kDotText, 1), last, false};
 }
 
 Path::iterator Path::begin() const

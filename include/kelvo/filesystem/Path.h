@@ -141,16 +141,10 @@ public:
 
 private:
     friend struct PathNativeAccess;
-    friend struct PathIteratorExtractorFunc;
     friend Path operator/(Path const&, Path const&);
     friend Path operator/(Path&&, Path const&);
     friend Path operator+(Path const&, Path const&);
     friend Path operator+(Path&&, Path const&);
-
-    struct Normalised {};
-    /// Takes over a text already known to be normalised (a piece of another
-    /// path's text, say).
-    Path(String&& normalisedText, Normalised);
 
     String& mutableText();
     std::string const& nativeReference() const;
