@@ -35,6 +35,11 @@ DirectoryEntry::DirectoryEntry(Path const& path, FileStatus status, FileStatus s
 {
 }
 
+DirectoryEntry::DirectoryEntry(Path&& path, FileStatus status, FileStatus symlinkStatus) noexcept
+    : path(std::move(path)), status(status), symlinkStatus(symlinkStatus)
+{
+}
+
 void DirectoryEntry::replaceFilename(Path const& newPath, FileStatus newStatus, FileStatus newSymlinkStatus)
 {
     path = newPath;
@@ -106,12 +111,14 @@ DirectoryIterator& DirectoryIterator::operator++()
 
     // The name's bytes decode losslessly: bytes that are not UTF-8 come back
     // as themselves in the joined path's native form.
-    Path fullPath = directoryPath / Path(std::string(entry->d_name));
+    Path fullPath = directoryPath / Path(static_cast<char const*>(entry->d_name));
     FileStatus const entryStatus = status(fullPath);
     FileStatus const entrySymlinkStatus = posix::isSymbolicLinkEntry(*entry, PathNativeAccess::cString(fullPath))
         ? symbolicLinkStatus(fullPath)
         : entryStatus;
-    currentEntry = DirectoryEntry(fullPath, entryStatus, entrySymlinkStatus);
+    // The entry takes the path over with its native form, which every
+    // caller that goes on to use the entry's path on the disk needs again.
+    currentEntry = DirectoryEntry(std::move(fullPath), entryStatus, entrySymlinkStatus);
     return *this;
 }
 

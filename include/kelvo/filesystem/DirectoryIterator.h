@@ -23,6 +23,8 @@ public:
     /// An entry of `path` with the status following links and the status of
     /// the entry itself.
     DirectoryEntry(Path const& path, FileStatus status, FileStatus symlinkStatus);
+    /// The same, taking over `path` (and the native form it has cached).
+    DirectoryEntry(Path&& path, FileStatus status, FileStatus symlinkStatus) noexcept;
     DirectoryEntry(DirectoryEntry const&) = default;
     DirectoryEntry(DirectoryEntry&&) noexcept = default;
     DirectoryEntry& operator=(DirectoryEntry const&) = default;
