@@ -4,6 +4,7 @@
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
 
+#include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
 
 #include <gtest/gtest.h>
@@ -27,6 +28,9 @@
 #include <unistd.h>
 
 namespace {
+
+using kelvo::testing::firstFailure;
+using kelvo::testing::runUnprivileged;
 
 using kelvo::filesystem::DirectoryEntry;
 using kelvo::filesystem::DirectoryIterator;
@@ -56,36 +60,6 @@ std::map<std::string, DirectoryEntry> listByName(Path const& directory)
     for (DirectoryIterator it(directory); it != end; ++it)
         entries.emplace(nativeName(it->getPath()), *it);
     return entries;
-}
-
-// @returns 0 when every check holds, else the 1-based index of the first that fails.
-int firstFailure(std::initializer_list<bool> checks)
-{
-    int index = 1;
-    for (bool check : checks) {
-        if (!check)
-            return index;
-        ++index;
-    }
-    return 0;
-}
-
-// Runs `checks` in a child process that has given up root for uid and gid
-// 65534. @returns the child's exit status: 0 when every check held.
-int runAsUnprivileged(std::function<int()> const& checks)
-{
-    pid_t const child = ::fork();
-    if (child == 0) {
-        if (::setgid(65534) != 0 || ::setuid(65534) != 0)
-            ::_exit(100);
-        ::_exit(checks());
-    }
-    if (child < 0)
-        return 101;
-    int state = 0;
-    if (::waitpid(child, &state, 0) != child)
-        return 102;
-    return WIFEXITED(state) ? WEXITSTATUS(state) : 103;
 }
 
 class DirectoryIteratorTest : public kelvo::testing::ScratchDirectory {
@@ -288,7 +262,7 @@ TEST_F(DirectoryIteratorTest, UnreadableDirectoryGivesTheEndAtOnce)
     makeDirectory("closed", 0711);
     makeFile("closed/file");
     Path const closed(at("closed"));
-    int const failure = runAsUnprivileged([&] {
+    int const failure = runUnprivileged([&] {
         DirectoryIterator const it(closed);
         return firstFailure({
             !it.canIterate(),

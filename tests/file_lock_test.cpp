@@ -26,6 +26,9 @@
 
 namespace {
 
+using kelvo::testing::existsByDirectProbe;
+using kelvo::testing::isFreeByDirectProbe;
+
 using kelvo::filesystem::FileLock;
 using kelvo::filesystem::Path;
 using kelvo::testing::descriptorsOpenOn;
@@ -38,27 +41,6 @@ static_assert(!std::is_copy_constructible_v<FileLock>, "a FileLock owns its desc
 static_assert(!std::is_copy_assignable_v<FileLock>, "a FileLock owns its descriptor and cannot be copied");
 static_assert(std::is_nothrow_destructible_v<FileLock>, "releasing a lock never throws");
 static_assert(std::is_default_constructible_v<FileLock>);
-
-/// @returns true when nobody holds an flock on `path`: a private descriptor
-/// can take and give back an exclusive lock at once. Plain system calls, so
-/// that the check does not rest on the code under test.
-bool freeByDirectProbe(std::string const& path)
-{
-    int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
-    if (fd < 0)
-        return false;
-    bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-    if (free)
-        ::flock(fd, LOCK_UN);
-    ::close(fd);
-    return free;
-}
-
-bool existsByDirectProbe(std::string const& path)
-{
-    struct stat st;
-    return ::lstat(path.c_str(), &st) == 0;
-}
 
 /// Every test leaves the process-wide validation callback empty, whatever it
 /// installed, so that one test's predicate never leaks into the next.
@@ -80,7 +62,7 @@ TEST_F(FileLockTest, LockFileTakesTheLockOnAnExistingFile)
     writeFile("data.txt", "content");
     FileLock lock;
     EXPECT_TRUE(lock.lockFile(Path(at("data.txt"))));
-    EXPECT_FALSE(freeByDirectProbe(at("data.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("data.txt")));
     EXPECT_EQ(descriptorsOpenOn(at("data.txt")), 1);
 }
 
@@ -97,7 +79,7 @@ TEST_F(FileLockTest, LockFileOnAMissingPathFailsAndCreatesNothing)
     EXPECT_FALSE(existsByDirectProbe(at("missing.txt")));
     // And that object really locks the next existing file it is given.
     EXPECT_TRUE(lock.lockFile(Path(at("present.txt"))));
-    EXPECT_FALSE(freeByDirectProbe(at("present.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("present.txt")));
 }
 
 TEST_F(FileLockTest, LockFileInAMissingDirectoryFailsAndCreatesNothing)
@@ -127,7 +109,7 @@ TEST_F(FileLockTest, LockFileOnADirectoryFailsWithoutAskingTheCallback)
     EXPECT_FALSE(lock.lockFile(Path(at("folder/"))));
     EXPECT_EQ(calls, 0);
     EXPECT_EQ(openDescriptorCount(), descriptorsBefore);
-    EXPECT_TRUE(freeByDirectProbe(at("folder")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("folder")));
 }
 
 TEST_F(FileLockTest, LockFileOnALinkToADirectoryFails)
@@ -136,7 +118,7 @@ TEST_F(FileLockTest, LockFileOnALinkToADirectoryFails)
     ASSERT_EQ(::symlink(at("folder").c_str(), at("link").c_str()), 0);
     FileLock lock;
     EXPECT_FALSE(lock.lockFile(Path(at("link"))));
-    EXPECT_TRUE(freeByDirectProbe(at("folder")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("folder")));
 }
 
 TEST_F(FileLockTest, LockFileThroughALinkLocksTheTarget)
@@ -145,7 +127,7 @@ TEST_F(FileLockTest, LockFileThroughALinkLocksTheTarget)
     ASSERT_EQ(::symlink(at("target.txt").c_str(), at("link").c_str()), 0);
     FileLock lock;
     EXPECT_TRUE(lock.lockFile(Path(at("link"))));
-    EXPECT_FALSE(freeByDirectProbe(at("target.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("target.txt")));
     EXPECT_TRUE(FileLock::isFileLocked(Path(at("target.txt"))));
 }
 
@@ -190,10 +172,10 @@ TEST_F(FileLockTest, SecondObjectOnALockedFileFailsThenReportsTrueWithItsStaleDe
     // ...although that object locks nothing: once the first lets go, the file
     // is free.
     first.unlockFile();
-    EXPECT_TRUE(freeByDirectProbe(at("shared.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("shared.txt")));
     EXPECT_FALSE(FileLock::isFileLocked(path));
     EXPECT_TRUE(second.lockFile(path));
-    EXPECT_TRUE(freeByDirectProbe(at("shared.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("shared.txt")));
 }
 
 TEST_F(FileLockTest, ObjectsOfOneProcessExcludeEachOtherOnEqualPathsSpelledDifferently)
@@ -224,7 +206,7 @@ TEST_F(FileLockTest, AnObjectHoldingADescriptorReportsTrueForAnyPathButADirector
     // and the callback is not consulted.
     EXPECT_TRUE(lock.lockFile(Path(at("other.txt"))));
     EXPECT_EQ(descriptorsOpenOn(at("other.txt")), 0);
-    EXPECT_TRUE(freeByDirectProbe(at("other.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("other.txt")));
     EXPECT_EQ(calls, 1);
 
     // A missing file: true, and still nothing is created.
@@ -235,7 +217,7 @@ TEST_F(FileLockTest, AnObjectHoldingADescriptorReportsTrueForAnyPathButADirector
     // A directory: false, and the descriptor held stays as it was.
     EXPECT_FALSE(lock.lockFile(Path(at("folder"))));
     EXPECT_EQ(calls, 1);
-    EXPECT_FALSE(freeByDirectProbe(at("held.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("held.txt")));
     EXPECT_EQ(descriptorsOpenOn(at("held.txt")), 1);
     EXPECT_TRUE(lock.lockFile(Path(at("held.txt"))));
 }
@@ -289,8 +271,8 @@ TEST_F(FileLockTest, CallbackReceivesThePathAndItsAnswerDecides)
     EXPECT_TRUE(allowed.lockFile(Path(at("allowed.txt"))));
     EXPECT_FALSE(refused.lockFile(Path(at("refused.txt"))));
     EXPECT_EQ(asked, (std::vector<std::string>{at("allowed.txt"), at("refused.txt")}));
-    EXPECT_FALSE(freeByDirectProbe(at("allowed.txt")));
-    EXPECT_TRUE(freeByDirectProbe(at("refused.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("allowed.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("refused.txt")));
 }
 
 TEST_F(FileLockTest, RefusingCallbackMeansNoLockAndNoDescriptor)
@@ -308,7 +290,7 @@ TEST_F(FileLockTest, RefusingCallbackMeansNoLockAndNoDescriptor)
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(openDescriptorCount(), descriptorsBefore);
     EXPECT_EQ(descriptorsOpenOn(at("vetoed.txt")), 0);
-    EXPECT_TRUE(freeByDirectProbe(at("vetoed.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("vetoed.txt")));
     EXPECT_FALSE(FileLock::isFileLocked(path));
     // Asked again on every attempt, since nothing was opened the first time.
     EXPECT_FALSE(lock.lockFile(path));
@@ -318,7 +300,7 @@ TEST_F(FileLockTest, RefusingCallbackMeansNoLockAndNoDescriptor)
     FileLock::setValidationCallback(std::function<bool(Path const&)>());
     EXPECT_TRUE(lock.lockFile(path));
     EXPECT_EQ(calls, 2);
-    EXPECT_FALSE(freeByDirectProbe(at("vetoed.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("vetoed.txt")));
 }
 
 TEST_F(FileLockTest, RefusingCallbackOnAMissingFileIsAskedAndCreatesNothing)
@@ -366,7 +348,7 @@ TEST_F(FileLockTest, EmptyCallbackRemovesValidation)
     EXPECT_FALSE(second.lockFile(Path(at("b.txt"))));
     FileLock::setValidationCallback(nullptr);
     EXPECT_TRUE(second.lockFile(Path(at("b.txt"))));
-    EXPECT_FALSE(freeByDirectProbe(at("b.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("b.txt")));
 
     FileLock third;
     EXPECT_TRUE(third.lockFile(Path(at("c.txt"))));
@@ -406,13 +388,13 @@ TEST_F(FileLockTest, UnlockFileReleasesAndLaterLockFileReportsTrueWithoutLocking
     ASSERT_TRUE(lock.lockFile(path));
     lock.unlockFile();
     EXPECT_EQ(descriptorsOpenOn(at("file.txt")), 0);
-    EXPECT_TRUE(freeByDirectProbe(at("file.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("file.txt")));
     EXPECT_FALSE(FileLock::isFileLocked(path));
 
     // The closed number stays in the object, so this succeeds without locking.
     EXPECT_TRUE(lock.lockFile(path));
     EXPECT_EQ(descriptorsOpenOn(at("file.txt")), 0);
-    EXPECT_TRUE(freeByDirectProbe(at("file.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("file.txt")));
     EXPECT_FALSE(FileLock::isFileLocked(path));
     FileLock other;
     EXPECT_TRUE(other.lockFile(path));
@@ -429,7 +411,7 @@ TEST_F(FileLockTest, UnlockFileOnAnObjectHoldingNothingDoesNothing)
     EXPECT_EQ(openDescriptorCount(), descriptorsBefore);
     // Still without a descriptor: the next call locks for real.
     EXPECT_TRUE(lock.lockFile(Path(at("file.txt"))));
-    EXPECT_FALSE(freeByDirectProbe(at("file.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("file.txt")));
 }
 
 TEST_F(FileLockTest, AStaleNumberIsClosedAgainByASecondUnlockAndByTheDestructor)
@@ -522,7 +504,7 @@ TEST_F(FileLockTest, ConstructorWithAPathTakesTheLock)
     {
         FileLock lock(path);
         EXPECT_TRUE(FileLock::isFileLocked(path));
-        EXPECT_FALSE(freeByDirectProbe(at("file.txt")));
+        EXPECT_FALSE(isFreeByDirectProbe(at("file.txt")));
         FileLock other;
         EXPECT_FALSE(other.lockFile(path));
         // Already holding: lockFile reports true again.
@@ -537,7 +519,7 @@ TEST_F(FileLockTest, ConstructorOnAMissingFileLeavesTheObjectWithoutADescriptor)
     FileLock lock(Path(at("missing.txt")));
     EXPECT_FALSE(existsByDirectProbe(at("missing.txt")));
     EXPECT_TRUE(lock.lockFile(Path(at("file.txt"))));
-    EXPECT_FALSE(freeByDirectProbe(at("file.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("file.txt")));
 }
 
 TEST_F(FileLockTest, ConstructorOnALockedFileKeepsItsDescriptor)
@@ -621,7 +603,7 @@ TEST_F(FileLockTest, IsFileLockedIsTrueForAFileHeldInThisProcess)
     EXPECT_TRUE(FileLock::isFileLocked(path));
     EXPECT_EQ(openDescriptorCount(), descriptorsBefore);
     // The probe leaves the holder's lock in place.
-    EXPECT_FALSE(freeByDirectProbe(at("file.txt")));
+    EXPECT_FALSE(isFreeByDirectProbe(at("file.txt")));
     FileLock other;
     EXPECT_FALSE(other.lockFile(path));
 }
@@ -697,7 +679,7 @@ TEST_F(FileLockTest, IsFileLockedIsTrueForAFileThatExistsButCannotBeRead)
     ASSERT_NE(result, 91) << "the unprivileged child can still read a mode 0000 file";
     EXPECT_EQ(result, 0) << "1: an unreadable file was reported free, 2: an unreadable file was locked";
     // Nobody holds it really.
-    EXPECT_TRUE(freeByDirectProbe(secret));
+    EXPECT_TRUE(isFreeByDirectProbe(secret));
 }
 
 TEST_F(FileLockTest, IsFileLockedIsFalseForAFileThatCannotBeReached)
@@ -733,7 +715,7 @@ TEST_F(FileLockTest, IsFileLockedIsFalseForAFreeFileAndLeavesItFree)
     EXPECT_FALSE(FileLock::isFileLocked(path));
     EXPECT_EQ(openDescriptorCount(), descriptorsBefore);
     EXPECT_EQ(descriptorsOpenOn(at("file.txt")), 0);
-    EXPECT_TRUE(freeByDirectProbe(at("file.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("file.txt")));
     FileLock lock;
     EXPECT_TRUE(lock.lockFile(path));
     // Another process can take it too once this one is done.
@@ -752,7 +734,7 @@ TEST_F(FileLockTest, IsFileLockedIsFalseForAFreeWriteOnlyFileOfRoot)
     if (::geteuid() != 0)
         GTEST_SKIP() << "only root can read a write-only file";
     EXPECT_FALSE(FileLock::isFileLocked(Path(at("file.txt"))));
-    EXPECT_TRUE(freeByDirectProbe(at("file.txt")));
+    EXPECT_TRUE(isFreeByDirectProbe(at("file.txt")));
 }
 
 // ---- names beyond ASCII ------------------------------------------------------------
@@ -772,8 +754,8 @@ TEST_F(FileLockTest, LocksFilesWithAccentedAndNonUTF8Names)
     FileLock second;
     EXPECT_TRUE(first.lockFile(accented));
     EXPECT_TRUE(second.lockFile(invalid));
-    EXPECT_FALSE(freeByDirectProbe(at(composedName)));
-    EXPECT_FALSE(freeByDirectProbe(at(invalidName)));
+    EXPECT_FALSE(isFreeByDirectProbe(at(composedName)));
+    EXPECT_FALSE(isFreeByDirectProbe(at(invalidName)));
     EXPECT_TRUE(FileLock::isFileLocked(accented));
     EXPECT_TRUE(FileLock::isFileLocked(invalid));
     first.unlockFile();

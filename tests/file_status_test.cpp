@@ -3,6 +3,7 @@
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
 
+#include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
 
 #include <gtest/gtest.h>
@@ -26,6 +27,9 @@
 #include <unistd.h>
 
 namespace {
+
+using kelvo::testing::firstFailure;
+using kelvo::testing::runUnprivileged;
 
 using kelvo::filesystem::FileStatus;
 using kelvo::filesystem::FileTime;
@@ -61,36 +65,6 @@ void setRawTimes(std::string const& path, timespec access, timespec modification
 }
 
 Permissions permissionsOf(std::uint32_t mode) { return static_cast<Permissions>(mode); }
-
-// @returns 0 when every check holds, else the 1-based index of the first that fails.
-int firstFailure(std::initializer_list<bool> checks)
-{
-    int index = 1;
-    for (bool check : checks) {
-        if (!check)
-            return index;
-        ++index;
-    }
-    return 0;
-}
-
-// Runs `checks` in a child process that has given up root for uid and gid
-// 65534. @returns the child's exit status: 0 when every check held.
-int runAsUnprivileged(std::function<int()> const& checks)
-{
-    pid_t const child = ::fork();
-    if (child == 0) {
-        if (::setgid(65534) != 0 || ::setuid(65534) != 0)
-            ::_exit(100);
-        ::_exit(checks());
-    }
-    if (child < 0)
-        return 101;
-    int state = 0;
-    if (::waitpid(child, &state, 0) != child)
-        return 102;
-    return WIFEXITED(state) ? WEXITSTATUS(state) : 103;
-}
 
 class FileStatusTest : public kelvo::testing::ScratchDirectory {
 protected:
@@ -639,7 +613,7 @@ TEST_F(FileStatusTest, NothingCanBeLearnedBehindADirectoryWithoutSearchPermissio
     Path const file(at("private/file"));
     Path const sub(at("private/sub"));
 
-    int const failure = runAsUnprivileged([&] {
+    int const failure = runUnprivileged([&] {
         return firstFailure({
             !fs::exists(file),
             fs::status(file) == kUnknownStatus,
@@ -664,7 +638,7 @@ TEST_F(FileStatusTest, SettersFailOnAnotherOwnersFile)
     setRawTimes(path, {100, 0}, {200, 0});
     Path const file(path);
 
-    int const failure = runAsUnprivileged([&] {
+    int const failure = runUnprivileged([&] {
         return firstFailure({
             fs::exists(file),
             fs::status(file) == FileStatus(FileType::regularFile, permissionsOf(0644)),

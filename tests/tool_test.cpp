@@ -1,6 +1,7 @@
 // Tests of the kelvo-fs command-line tool: each subcommand run as a process, its output and exit status checked.
 #include <kelvo/filesystem.h>
 
+#include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
 
 #include <gtest/gtest.h>
@@ -25,6 +26,9 @@
 extern char** environ;
 
 namespace {
+
+using kelvo::testing::existsByDirectProbe;
+using kelvo::testing::isFreeByDirectProbe;
 
 using kelvo::filesystem::FileLock;
 using kelvo::filesystem::Path;
@@ -197,24 +201,6 @@ bool setTimes(std::string const& path, long long seconds, long long microseconds
     timeval times[2] = {{static_cast<time_t>(seconds), static_cast<suseconds_t>(microseconds)},
                         {static_cast<time_t>(seconds), static_cast<suseconds_t>(microseconds)}};
     return ::utimes(path.c_str(), times) == 0;
-}
-
-bool isFreeByDirectProbe(std::string const& path)
-{
-    int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
-    if (fd < 0)
-        return false;
-    bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-    if (free)
-        ::flock(fd, LOCK_UN);
-    ::close(fd);
-    return free;
-}
-
-bool existsByDirectProbe(std::string const& path)
-{
-    struct stat st;
-    return ::lstat(path.c_str(), &st) == 0;
 }
 
 class ToolTest : public kelvo::testing::ScratchDirectory {

@@ -123,26 +123,13 @@ void decodeUTF8(char const* data, std::size_t size, String& out)
     // at its final size.
     SmallBuffer<char32_t> points;
     char32_t* const first = points.reserve(size);
-    auto const* p = reinterpret_cast<unsigned char const*>(data);
-    auto const* const end = p + size;
     char32_t* o = first;
-    while (p != end) {
-        unsigned char const byte = *p;
-        if (byte < 0x80) {
-            *o++ = byte;
-            ++p;
-            continue;
-        }
-        char32_t c = 0;
-        std::size_t const length = decodeUTF8Sequence(p, end, c);
-        if (length == 0) {
+    walkUTF8(
+        data, size, [&o](char32_t c) { *o++ = c; },
+        [&o](unsigned char byte) {
             *o++ = kEscapeBase + byte;
-            ++p;
-        } else {
-            *o++ = c;
-            p += length;
-        }
-    }
+            return true;
+        });
     out.assign(first, static_cast<String::size_type>(o - first));
 }
 

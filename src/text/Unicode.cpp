@@ -274,30 +274,22 @@ void decodeUTF8ToNFD(char const* data, std::size_t size, String& out)
     UnitBuffer source;
     char16_t* const first = source.reserve(size);
     char16_t* o = first;
-    auto const* p = reinterpret_cast<unsigned char const*>(data);
-    auto const* const end = p + size;
-    while (p != end) {
-        unsigned char const byte = *p;
-        if (byte < 0x80) {
-            *o++ = byte;
-            ++p;
-            continue;
-        }
-        char32_t c = 0;
-        std::size_t const length = decodeUTF8Sequence(p, end, c);
-        if (length == 0) {
-            decodeUTF8(data, size, out);
-            decomposeInPlace(out);
-            return;
-        }
-        p += length;
-        if (c < 0x10000) {
-            *o++ = static_cast<char16_t>(c);
-        } else {
-            char32_t const v = c - 0x10000;
-            *o++ = static_cast<char16_t>(0xD800 + (v >> 10));
-            *o++ = static_cast<char16_t>(0xDC00 + (v & 0x3FF));
-        }
+    bool const valid = walkUTF8(
+        data, size,
+        [&o](char32_t c) {
+            if (c < 0x10000) {
+                *o++ = static_cast<char16_t>(c);
+            } else {
+                char32_t const v = c - 0x10000;
+                *o++ = static_cast<char16_t>(0xD800 + (v >> 10));
+                *o++ = static_cast<char16_t>(0xDC00 + (v & 0x3FF));
+            }
+        },
+        [](unsigned char) { return false; });
+    if (!valid) {
+        decodeUTF8(data, size, out);
+        decomposeInPlace(out);
+        return;
     }
     UnitBuffer result;
     int32_t const written = normaliseUnits(nfd(), first, static_cast<int32_t>(o - first), result);

@@ -1,4 +1,4 @@
-// Test support: probes of this process's open descriptors, an unprivileged child process, and a lock held by another process.
+// Test support: probes of descriptors, locks and files with plain system calls, an unprivileged child process, and a lock held by another process.
 #ifndef KELVO_TESTS_SUPPORT_PROCESS_PROBES_H
 #define KELVO_TESTS_SUPPORT_PROCESS_PROBES_H
 
@@ -7,9 +7,13 @@
 
 #include <climits>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <grp.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -61,6 +65,41 @@ inline int descriptorsOpenOn(std::string const& path)
     }
     ::closedir(dir);
     return count;
+}
+
+/// @returns true when nobody holds an flock on `path`: a private descriptor
+/// can take and give back an exclusive lock at once. Plain system calls, so
+/// that the check does not rest on the code under test.
+inline bool isFreeByDirectProbe(std::string const& path)
+{
+    int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
+    if (fd < 0)
+        return false;
+    bool const free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    if (free)
+        ::flock(fd, LOCK_UN);
+    ::close(fd);
+    return free;
+}
+
+/// @returns true when `path` itself (not what a link names) exists, by `lstat`.
+inline bool existsByDirectProbe(std::string const& path)
+{
+    struct stat st;
+    return ::lstat(path.c_str(), &st) == 0;
+}
+
+/// @returns 0 when every check holds, else the 1-based index of the first
+/// that fails: an exit status a child can report.
+inline int firstFailure(std::initializer_list<bool> checks)
+{
+    int index = 1;
+    for (bool check : checks) {
+        if (!check)
+            return index;
+        ++index;
+    }
+    return 0;
 }
 
 /// Runs `body` in a forked child that has given up root (group and user
