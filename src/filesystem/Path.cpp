@@ -38,6 +38,8 @@ constexpr std::size_t kLargestStoredCapacity = 512;
 struct TextStore {
     String* texts[kStoredTexts];
     std::size_t count;
+    std::string* natives[kStoredTexts];
+    std::size_t nativeCount;
     bool closed;
 };
 // The initial-exec model spares a lookup on every use; the store is small
@@ -91,11 +93,36 @@ void releaseText(String* text) noexcept
     delete text;
 }
 
+std::string* acquireNative()
+{
+    TextStore& s = store;
+    if (s.nativeCount > 0)
+        return s.natives[--s.nativeCount];
+    return new std::string();
+}
+
+void releaseNative(std::string* native) noexcept
+{
+    if (native == nullptr)
+        return;
+    TextStore& s = store;
+    if (!s.closed && s.nativeCount < kStoredTexts && native->capacity() <= kLargestStoredCapacity) {
+        if (s.nativeCount == 0)
+            (void)&keeper; // makes sure the store is emptied when the thread ends
+        native->clear();
+        s.natives[s.nativeCount++] = native;
+        return;
+    }
+    delete native;
+}
+
 void emptyTextStore() noexcept
 {
     TextStore& s = store;
     while (s.count > 0)
         delete s.texts[--s.count];
+    while (s.nativeCount > 0)
+        delete s.natives[--s.nativeCount];
 }
 
 } // namespace detail
@@ -142,6 +169,10 @@ String* adoptNormalised(detail::OwnedText owned)
 }
 
 detail::OwnedText newText() { return detail::OwnedText(detail::acquireText()); }
+
+struct NativeReleaser {
+    void operator()(std::string* native) const noexcept { detail::releaseNative(native); }
+};
 
 } // namespace
 
@@ -191,7 +222,7 @@ Path::Path(char const* utf8) : text(utf8 && *utf8 ? textFromUTF8(utf8, std::strl
 Path::~Path()
 {
     detail::releaseText(text);
-    delete nativeCache;
+    detail::releaseNative(nativeCache);
 }
 
 Path& Path::operator=(Path const& other)
@@ -211,7 +242,7 @@ Path& Path::operator=(Path&& other) noexcept
 {
     if (this != &other) {
         detail::releaseText(text);
-        delete nativeCache;
+        detail::releaseNative(nativeCache);
         text = other.text;
         nativeCache = other.nativeCache;
         other.text = nullptr;
@@ -241,8 +272,11 @@ String const& Path::string() const noexcept { return text ? *text : emptyString(
 
 std::string const& Path::nativeReference() const
 {
-    if (nativeCache == nullptr)
-        nativeCache = new std::string(string().toNativeString());
+    if (nativeCache == nullptr) {
+        std::unique_ptr<std::string, NativeReleaser> native(detail::acquireNative());
+        kelvo::unicode::detail::encodeNative(string(), *native);
+        nativeCache = native.release();
+    }
     return *nativeCache;
 }
 
@@ -256,7 +290,7 @@ bool Path::empty() const noexcept { return text == nullptr || text->empty(); }
 
 void Path::clearCache() const noexcept
 {
-    delete nativeCache;
+    detail::releaseNative(nativeCache);
     nativeCache = nullptr;
 }
 

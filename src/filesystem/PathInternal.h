@@ -19,7 +19,12 @@ namespace detail {
 kelvo::unicode::String* acquireText();
 /// Takes back a text that no path holds any longer (null is ignored).
 void releaseText(kelvo::unicode::String* text) noexcept;
-/// Frees the texts this thread keeps for reuse.
+/// The same for the strings that hold native forms.
+/// @returns an empty string. @throws std::bad_alloc.
+std::string* acquireNative();
+/// Takes back a native-form string (null is ignored).
+void releaseNative(std::string* native) noexcept;
+/// Frees the texts and strings this thread keeps for reuse.
 void emptyTextStore() noexcept;
 
 struct TextReleaser {

@@ -5,6 +5,7 @@
 #include <kelvo/text/String.h>
 
 #include <cstddef>
+#include <string>
 
 namespace kelvo::unicode::detail {
 
@@ -55,6 +56,10 @@ void decodeUTF8(char const* data, std::size_t size, String& out);
 /// Replaces the contents of `out` with the decoding of the `size` UTF-8 bytes
 /// at `data`, brought to Normalization Form D.
 void decodeUTF8ToNFD(char const* data, std::size_t size, String& out);
+
+/// Replaces the contents of `out` (reusing its room) with the native form of
+/// `text`, as `text.toNativeString()` gives it.
+void encodeNative(String const& text, std::string& out);
 
 } // namespace kelvo::unicode::detail
 

@@ -42,26 +42,38 @@ void appendUTF8(std::string& out, char32_t c)
     }
 }
 
-std::string encodeUTF8(std::u32string const& text)
+// Narrows `text` into `out` (reusing its room) when it is plain ASCII, the
+// usual case; the test and the copy are loops without an early exit, which
+// the compiler turns into vector instructions.
+// @returns false, leaving `out` alone, when the text is not ASCII.
+bool narrowASCII(char32_t const* in, std::size_t n, std::string& out)
 {
-    std::size_t const n = text.size();
-    char32_t const* const in = text.data();
-    // Plain ASCII, the usual case, is tested and narrowed in loops without an
-    // early exit, which the compiler turns into vector instructions.
     char32_t bits = 0;
     for (std::size_t i = 0; i < n; ++i)
         bits |= in[i];
-    std::string out;
-    if (bits < 0x80) {
-        out.resize(n);
-        char* const o = out.data();
-        for (std::size_t i = 0; i < n; ++i)
-            o[i] = static_cast<char>(in[i]);
-        return out;
-    }
-    out.reserve(n + n / 2);
+    if (bits >= 0x80)
+        return false;
+    out.resize(n);
+    char* const o = out.data();
     for (std::size_t i = 0; i < n; ++i)
-        appendUTF8(out, in[i]);
+        o[i] = static_cast<char>(in[i]);
+    return true;
+}
+
+void encodeUTF8Into(std::u32string const& text, std::string& out)
+{
+    if (narrowASCII(text.data(), text.size(), out))
+        return;
+    out.clear();
+    out.reserve(text.size() + text.size() / 2);
+    for (char32_t const c : text)
+        appendUTF8(out, c);
+}
+
+std::string encodeUTF8(std::u32string const& text)
+{
+    std::string out;
+    encodeUTF8Into(text, out);
     return out;
 }
 
@@ -135,22 +147,36 @@ void decodeUTF8(char const* data, std::size_t size, String& out)
 
 } // namespace detail
 
+namespace detail {
+
+void encodeNative(String const& text, std::string& out)
+{
+#if defined(__APPLE__)
+    // The system's own file names are decomposed: the text goes as it is.
+    encodeUTF8Into(text, out);
+#else
+    // File names here are conventionally composed, and the file system
+    // compares bytes, so the native form is the composed text.
+    if (narrowASCII(text.data(), text.size(), out))
+        return;
+    if (isTriviallyComposed(text))
+        encodeUTF8Into(text, out);
+    else
+        encodeUTF8Into(toNFC(text), out);
+#endif
+}
+
+} // namespace detail
+
 String::String(std::string const& utf8) { detail::decodeUTF8(utf8.data(), utf8.size(), *this); }
 
 std::string String::toUTF8String() const { return encodeUTF8(*this); }
 
 std::string String::toNativeString() const
 {
-#if defined(__APPLE__)
-    // The system's own file names are decomposed: the text goes as it is.
-    return encodeUTF8(*this);
-#else
-    // File names here are conventionally composed, and the file system
-    // compares bytes, so the native form is the composed text.
-    if (detail::isTriviallyComposed(*this))
-        return encodeUTF8(*this);
-    return encodeUTF8(detail::toNFC(*this));
-#endif
+    std::string out;
+    detail::encodeNative(*this, out);
+    return out;
 }
 
 std::wstring String::toWString() const
