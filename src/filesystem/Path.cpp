@@ -33,13 +33,36 @@ String const& emptyString() noexcept
 constexpr std::size_t kStoredTexts = 16;
 constexpr std::size_t kLargestStoredCapacity = 512;
 
+// One shelf of strings of one kind, taken from and put back at the top.
+template <typename Text>
+struct Shelf {
+    Text* items[kStoredTexts];
+    std::size_t count;
+
+    Text* take() { return count > 0 ? items[--count] : new Text(); }
+
+    // @returns false when the text is not kept (shelf full or text too large).
+    bool put(Text* text) noexcept
+    {
+        if (count == kStoredTexts || text->capacity() > kLargestStoredCapacity)
+            return false;
+        text->clear();
+        items[count++] = text;
+        return true;
+    }
+
+    void empty() noexcept
+    {
+        while (count > 0)
+            delete items[--count];
+    }
+};
+
 // Plain data, constant-initialised: readable at any point of the thread's
 // life, including after the keeper below has emptied it.
 struct TextStore {
-    String* texts[kStoredTexts];
-    std::size_t count;
-    std::string* natives[kStoredTexts];
-    std::size_t nativeCount;
+    Shelf<String> texts;
+    Shelf<std::string> natives;
     bool closed;
 };
 // The initial-exec model spares a lookup on every use; the store is small
@@ -66,66 +89,65 @@ __attribute__((tls_model("initial-exec")))
 #endif
 thread_local TextStoreKeeper keeper;
 
-} // namespace
-
-namespace detail {
-
-String* acquireText()
-{
-    TextStore& s = store;
-    if (s.count > 0)
-        return s.texts[--s.count];
-    return new String();
-}
-
-void releaseText(String* text) noexcept
+template <typename Text>
+void putBack(Shelf<Text>& shelf, Text* text) noexcept
 {
     if (text == nullptr)
         return;
-    TextStore& s = store;
-    if (!s.closed && s.count < kStoredTexts && text->capacity() <= kLargestStoredCapacity) {
-        if (s.count == 0)
+    if (!store.closed) {
+        if (shelf.count == 0)
             (void)&keeper; // makes sure the store is emptied when the thread ends
-        text->clear();
-        s.texts[s.count++] = text;
-        return;
+        if (shelf.put(text))
+            return;
     }
     delete text;
 }
 
-std::string* acquireNative()
-{
-    TextStore& s = store;
-    if (s.nativeCount > 0)
-        return s.natives[--s.nativeCount];
-    return new std::string();
-}
+} // namespace
 
-void releaseNative(std::string* native) noexcept
-{
-    if (native == nullptr)
-        return;
-    TextStore& s = store;
-    if (!s.closed && s.nativeCount < kStoredTexts && native->capacity() <= kLargestStoredCapacity) {
-        if (s.nativeCount == 0)
-            (void)&keeper; // makes sure the store is emptied when the thread ends
-        native->clear();
-        s.natives[s.nativeCount++] = native;
-        return;
-    }
-    delete native;
-}
+namespace detail {
+
+String* acquireText() { return store.texts.take(); }
+
+void releaseText(String* text) noexcept { putBack(store.texts, text); }
+
+std::string* acquireNative() { return store.natives.take(); }
+
+void releaseNative(std::string* native) noexcept { putBack(store.natives, native); }
 
 void emptyTextStore() noexcept
 {
-    TextStore& s = store;
-    while (s.count > 0)
-        delete s.texts[--s.count];
-    while (s.nativeCount > 0)
-        delete s.natives[--s.nativeCount];
+    store.texts.empty();
+    store.natives.empty();
 }
 
 } // namespace detail
+
+namespace {
+
+// Backslashes become "/" in every path text.
+void replaceBackslashes(String& text) noexcept
+{
+    for (char32_t& c : text)
+        c = (c == kOtherSeparator) ? kSeparator : c;
+}
+
+// Appends the non-empty text `r` to the non-empty text `s` with exactly one
+// separator between them, removing only one: "a//" joined with "/b" gives
+// "a//b".
+void appendJoined(String& s, String const& r)
+{
+    bool const leftEnds = s.back() == kSeparator;
+    bool const rightBegins = r.front() == kSeparator;
+    s.reserve(s.size() + r.size() + 1);
+    if (leftEnds && rightBegins)
+        s.pop_back();
+    else if (!leftEnds && !rightBegins)
+        s.push_back(kSeparator);
+    s.append(r);
+}
+
+} // namespace
 
 char32_t nativeSeparartor() { return kSeparator; }
 char32_t nonNativeSeparartor() { return kOtherSeparator; }
@@ -134,8 +156,7 @@ namespace detail {
 
 void fixStuff(String& text)
 {
-    for (char32_t& c : text)
-        c = (c == kOtherSeparator) ? kSeparator : c;
+    replaceBackslashes(text);
     kelvo::unicode::detail::decomposeInPlace(text);
 }
 
@@ -208,8 +229,7 @@ String* textFromUTF8(char const* data, std::size_t size)
     }
     kelvo::unicode::detail::decodeUTF8ToNFD(data, size, *owned);
     // A backslash is ASCII, untouched by the decomposition.
-    for (char32_t& c : *owned)
-        c = (c == kOtherSeparator) ? kSeparator : c;
+    replaceBackslashes(*owned);
     return owned.release();
 }
 
@@ -319,16 +339,7 @@ Path& Path::operator/=(Path const& rhs)
         if (empty()) {
             mutableText() = *rhs.text;
         } else {
-            String& s = *text;
-            String const& r = *rhs.text;
-            bool const leftEnds = s.back() == kSeparator;
-            bool const rightBegins = r.front() == kSeparator;
-            s.reserve(s.size() + r.size() + 1);
-            if (leftEnds && rightBegins)
-                s.pop_back(); // only one: "a//" joined with "/b" gives "a//b"
-            else if (!leftEnds && !rightBegins)
-                s.push_back(kSeparator);
-            s.append(r);
+            appendJoined(*text, *rhs.text);
         }
     }
     clearCache();
@@ -359,17 +370,9 @@ Path operator/(Path const& a, Path const& b)
     if (b.empty())
         return Path(a);
     detail::OwnedText joined = newText();
-    String const& s = *a.text;
-    String const& r = *b.text;
-    joined->reserve(s.size() + r.size() + 1);
-    joined->append(s);
-    bool const leftEnds = s.back() == kSeparator;
-    bool const rightBegins = r.front() == kSeparator;
-    if (leftEnds && rightBegins)
-        joined->pop_back();
-    else if (!leftEnds && !rightBegins)
-        joined->push_back(kSeparator);
-    joined->append(r);
+    joined->reserve(a.text->size() + b.text->size() + 1);
+    joined->append(*a.text);
+    appendJoined(*joined, *b.text);
     return PathNativeAccess::adopt(std::move(joined));
 }
 

@@ -12,12 +12,6 @@ namespace {
 constexpr char32_t kSeparator = U'/';
 constexpr char32_t kDot = U'.';
 
-// A network root name: two separators, then a name up to the next separator.
-bool hasRootNameShape(String const& s) noexcept
-{
-    return s.size() >= 3 && s[0] == kSeparator && s[1] == kSeparator && s[2] != kSeparator;
-}
-
 constexpr char32_t kDotText[] = U".";
 constexpr char32_t kSeparatorText[] = U"/";
 
@@ -61,39 +55,30 @@ Piece getFilename(String const& s) noexcept
     return {s.data(), s.size()};
 }
 
+std::size_t rootNameLength(String const& s) noexcept
+{
+    return static_cast<std::size_t>(detail::rootNameEnd(s.data(), s.data() + s.size()) - s.data());
+}
+
+bool hasRootDirectory(String const& s) noexcept { return detail::hasRootDirectory(s.data(), s.data() + s.size()); }
+
 // The length of the root path of `s`: root name and root directory, both
 // leading pieces of the text.
-std::size_t rootPathLength(String const& s) noexcept
-{
-    if (hasRootNameShape(s)) {
-        String::size_type const nameEnd = s.find_first_of(kSeparator, 2);
-        return nameEnd == String::npos ? s.size() : nameEnd + 1;
-    }
-    return (!s.empty() && s[0] == kSeparator) ? 1 : 0;
-}
+std::size_t rootPathLength(String const& s) noexcept { return rootNameLength(s) + (hasRootDirectory(s) ? 1 : 0); }
 
 } // namespace
 
 Path Path::rootName() const
 {
     String const& s = PathNativeAccess::text(*this);
-    if (!hasRootNameShape(s))
-        return Path();
-    String::size_type const nameEnd = s.find_first_of(kSeparator, 2);
-    return pathOf({s.data(), nameEnd == String::npos ? s.size() : nameEnd});
+    return pathOf({s.data(), rootNameLength(s)});
 }
 
 Path Path::rootDirectory() const
 {
-    String const& s = PathNativeAccess::text(*this);
-    if (hasRootNameShape(s)) {
-        if (s.find_first_of(kSeparator, 2) != String::npos)
-            return pathOf({kSeparatorText, 1});
+    if (!hasRootDirectory(PathNativeAccess::text(*this)))
         return Path();
-    }
-    if (!s.empty() && s[0] == kSeparator)
-        return pathOf({kSeparatorText, 1});
-    return Path();
+    return pathOf({kSeparatorText, 1});
 }
 
 Path Path::rootPath() const
@@ -106,13 +91,7 @@ bool Path::isAbsolute() const { return rootPathLength(PathNativeAccess::text(*th
 
 bool Path::isRelative() const { return !isAbsolute(); }
 
-bool Path::isComplete() const
-{
-    String const& s = PathNativeAccess::text(*this);
-    if (hasRootNameShape(s))
-        return s.find_first_of(kSeparator, 2) != String::npos;
-    return !s.empty() && s[0] == kSeparator;
-}
+bool Path::isComplete() const { return hasRootDirectory(PathNativeAccess::text(*this)); }
 
 Path Path::relativePath() const
 {

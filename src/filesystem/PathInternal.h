@@ -32,6 +32,29 @@ struct TextReleaser {
 };
 using OwnedText = std::unique_ptr<kelvo::unicode::String, TextReleaser>;
 
+/// The end of the network root name ("//name", up to the next separator) at
+/// the start of the text [first, last), or `first` when there is none.
+inline char32_t const* rootNameEnd(char32_t const* first, char32_t const* last) noexcept
+{
+    if (last - first >= 3 && first[0] == U'/' && first[1] == U'/' && first[2] != U'/') {
+        char32_t const* p = first + 2;
+        while (p != last && *p != U'/')
+            ++p;
+        return p;
+    }
+    return first;
+}
+
+/// Whether the text [first, last) has a root directory: a separator after a
+/// root name, or a leading separator.
+inline bool hasRootDirectory(char32_t const* first, char32_t const* last) noexcept
+{
+    char32_t const* const nameEnd = rootNameEnd(first, last);
+    if (nameEnd != first)
+        return nameEnd != last;
+    return first != last && *first == U'/';
+}
+
 /// Normalises a text as every path text is: backslashes become "/", then
 /// decomposition when the text is not already in NFD.
 void fixStuff(kelvo::unicode::String& text);

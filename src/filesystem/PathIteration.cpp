@@ -40,20 +40,17 @@ Iterator separatorWalk(Iterator p, Iterator last)
     }
 }
 
-// The root name of the text [first, last): "//name" up to the next separator.
+// The root rules on a range of the path's own text.
 Iterator rootNameEnd(Iterator first, Iterator last)
 {
-    if (last - first >= 3 && first[0] == kSeparator && first[1] == kSeparator && first[2] != kSeparator)
-        return std::find(first + 2, last, kSeparator);
-    return first;
+    if (first == last)
+        return first;
+    return first + (detail::rootNameEnd(&*first, &*first + (last - first)) - &*first);
 }
 
-// Whether the text [first, last) has a root directory.
 bool hasRootDirectory(Iterator first, Iterator last)
 {
-    if (last - first >= 3 && first[0] == kSeparator && first[1] == kSeparator && first[2] != kSeparator)
-        return std::find(first + 2, last, kSeparator) != last;
-    return first != last && *first == kSeparator;
+    return first != last && detail::hasRootDirectory(&*first, &*first + (last - first));
 }
 
 } // namespace

@@ -57,6 +57,18 @@ using PointBuffer = detail::SmallBuffer<char32_t>;
 
 // Converts the scalar values in [first, last) to UTF-16.
 // @returns the number of units written into `buffer`.
+// Writes the scalar value `c` as one or two UTF-16 units.
+inline void putUTF16(char16_t*& out, char32_t c) noexcept
+{
+    if (c < 0x10000) {
+        *out++ = static_cast<char16_t>(c);
+    } else {
+        char32_t const v = c - 0x10000;
+        *out++ = static_cast<char16_t>(0xD800 + (v >> 10));
+        *out++ = static_cast<char16_t>(0xDC00 + (v & 0x3FF));
+    }
+}
+
 int32_t toUTF16(char32_t const* first, char32_t const* last, UnitBuffer& buffer)
 {
     std::size_t const count = static_cast<std::size_t>(last - first);
@@ -64,16 +76,8 @@ int32_t toUTF16(char32_t const* first, char32_t const* last, UnitBuffer& buffer)
         throw std::length_error("text too long for Unicode normalisation");
     char16_t* out = buffer.reserve(count * 2);
     char16_t* const begin = out;
-    for (; first != last; ++first) {
-        char32_t const c = *first;
-        if (c < 0x10000) {
-            *out++ = static_cast<char16_t>(c);
-        } else {
-            char32_t const v = c - 0x10000;
-            *out++ = static_cast<char16_t>(0xD800 + (v >> 10));
-            *out++ = static_cast<char16_t>(0xDC00 + (v & 0x3FF));
-        }
-    }
+    for (; first != last; ++first)
+        putUTF16(out, *first);
     return static_cast<int32_t>(out - begin);
 }
 
@@ -141,21 +145,38 @@ void normaliseRun(icu::Normalizer2 const* form, char32_t const* first, char32_t 
 
 // Normalises `text` from `start` on, keeping values that are not scalar values
 // as boundaries; what lies before `start` is copied as it is.
+// Calls `run(first, last)` for each run of scalar values of `text` from
+// `start` on, and `boundary(c)` for each value between runs that is not a
+// scalar value, stopping as soon as `run` answers false.
+// @returns false when a run answered false.
+template <typename Run, typename Boundary>
+bool forEachScalarRun(String const& text, std::size_t start, Run run, Boundary boundary)
+{
+    char32_t const* const base = text.data();
+    std::size_t runStart = start;
+    for (std::size_t i = start; i < text.size(); ++i) {
+        if (!isScalarValue(base[i])) {
+            if (!run(base + runStart, base + i))
+                return false;
+            boundary(base[i]);
+            runStart = i + 1;
+        }
+    }
+    return run(base + runStart, base + text.size());
+}
+
 String normalise(icu::Normalizer2 const* form, String const& text, std::size_t start)
 {
     String out;
     out.reserve(text.size() + text.size() / 2);
     out.append(text, 0, start);
-    char32_t const* const base = text.data();
-    std::size_t runStart = start;
-    for (std::size_t i = start; i < text.size(); ++i) {
-        if (!isScalarValue(base[i])) {
-            normaliseRun(form, base + runStart, base + i, out);
-            out.push_back(base[i]);
-            runStart = i + 1;
-        }
-    }
-    normaliseRun(form, base + runStart, base + text.size(), out);
+    forEachScalarRun(
+        text, start,
+        [&](char32_t const* first, char32_t const* last) {
+            normaliseRun(form, first, last, out);
+            return true;
+        },
+        [&out](char32_t c) { out.push_back(c); });
     return out;
 }
 
@@ -218,16 +239,9 @@ bool isNFD(String const& text)
     if (start == text.size())
         return true;
     icu::Normalizer2 const* const form = nfd();
-    char32_t const* const base = text.data();
-    std::size_t runStart = start;
-    for (std::size_t i = start; i < text.size(); ++i) {
-        if (!isScalarValue(base[i])) {
-            if (!isNormalisedRun(form, base + runStart, base + i))
-                return false;
-            runStart = i + 1;
-        }
-    }
-    return isNormalisedRun(form, base + runStart, base + text.size());
+    return forEachScalarRun(
+        text, start, [form](char32_t const* first, char32_t const* last) { return isNormalisedRun(form, first, last); },
+        [](char32_t) {});
 }
 
 String toNFD(String const& text)
@@ -276,15 +290,7 @@ void decodeUTF8ToNFD(char const* data, std::size_t size, String& out)
     char16_t* o = first;
     bool const valid = walkUTF8(
         data, size,
-        [&o](char32_t c) {
-            if (c < 0x10000) {
-                *o++ = static_cast<char16_t>(c);
-            } else {
-                char32_t const v = c - 0x10000;
-                *o++ = static_cast<char16_t>(0xD800 + (v >> 10));
-                *o++ = static_cast<char16_t>(0xDC00 + (v & 0x3FF));
-            }
-        },
+        [&o](char32_t c) { putUTF16(o, c); },
         [](unsigned char) { return false; });
     if (!valid) {
         decodeUTF8(data, size, out);
