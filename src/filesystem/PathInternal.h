@@ -96,6 +96,15 @@ struct PathNativeAccess {
     static std::string const& native(Path const& path) { return path.nativeReference(); }
     /// @returns a NUL-terminated native form for the C library's calls.
     static char const* cString(Path const& path) { return path.nativeReference().c_str(); }
+    /// @returns the NUL-terminated native form of `path` for a call that
+    /// creates, removes, renames, copies, links, opens, locks or changes
+    /// something; null when the native form holds a NUL byte, since such a
+    /// path names no file and the call must not act on the shorter name.
+    static char const* cStringForChange(Path const& path)
+    {
+        std::string const& native = path.nativeReference();
+        return native.find('\0') == std::string::npos ? native.c_str() : nullptr;
+    }
 };
 
 } // namespace kelvo::filesystem

@@ -49,6 +49,10 @@ KELVO_FILESYSTEM_API FileTime getModificationTime(Path const& path);
 /// changed) or the times cannot be set.
 KELVO_FILESYSTEM_API bool setModificationTime(Path const& path, FileTime const& time);
 
+// ---- Path transformations ---------------------------------------------------
+
+// ---- File operations ---------------------------------------------------------
+
 // ---- Streams ---------------------------------------------------------------
 
 /// Opens `path` with `fopen` and the unchecked `mode`.
