@@ -15,10 +15,10 @@ namespace {
 
 // The deleter of the shared directory stream: the stream is closed when the
 // last iterator copy that shares it lets go.
-void DirStreamCloser(DIR* stream)
+void DirStreamCloser(void* stream)
 {
     if (stream != nullptr)
-        posix::closeDirectory(stream);
+        posix::closeDirectory(static_cast<DIR*>(stream));
 }
 
 bool isDotOrDotDot(char const* name) noexcept
@@ -84,7 +84,7 @@ DirectoryIterator::DirectoryIterator(Path const& directory)
     : directoryPath(directory), streamOwner(nullptr, DirStreamCloser)
 {
     DIR* opened = posix::openDirectory(PathNativeAccess::cString(directoryPath));
-    streamOwner = std::shared_ptr<DIR>(opened, DirStreamCloser);
+    streamOwner = std::shared_ptr<void>(opened, DirStreamCloser);
     stream = opened;
     if (opened != nullptr)
         canIterateFlag = true;
@@ -96,14 +96,14 @@ DirectoryIterator& DirectoryIterator::operator++()
     if (stream == nullptr)
         return *this;
 
-    dirent* entry = posix::readDirectory(stream);
+    dirent* entry = posix::readDirectory(static_cast<DIR*>(stream));
     while (entry != nullptr && isDotOrDotDot(entry->d_name))
-        entry = posix::readDirectory(stream);
+        entry = posix::readDirectory(static_cast<DIR*>(stream));
 
     if (entry == nullptr) {
         // The end, or a read error: either way the listing is over. The
         // stream closes here unless another copy still shares it.
-        streamOwner = std::shared_ptr<DIR>(nullptr, DirStreamCloser);
+        streamOwner = std::shared_ptr<void>(nullptr, DirStreamCloser);
         stream = nullptr;
         currentEntry = DirectoryEntry();
         return *this;
