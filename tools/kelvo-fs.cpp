@@ -1,6 +1,8 @@
 // kelvo-fs: the command line's way into the library; this file holds main, the usage texts and the dispatch.
 #include "Commands.h"
 
+#include <kelvo/filesystem/Version.h>
+
 #include <cstring>
 #include <iostream>
 
@@ -11,6 +13,7 @@ using kelvo::tool::Invocation;
 constexpr char kToolUsage[] =
     "Usage: kelvo-fs COMMAND [ARGUMENT...]\n"
     "       kelvo-fs COMMAND --help\n"
+    "       kelvo-fs --version\n"
     "\n"
     "The command-line front door of kelvo-filesystem.\n"
     "\n"
@@ -151,6 +154,11 @@ int runTool(int argc, char** argv)
     char const* name = argv[1];
     if (isHelpOption(name)) {
         std::cout << kToolUsage;
+        return kelvo::tool::kExitSuccess;
+    }
+    if (std::strcmp(name, "--version") == 0) {
+        // The loaded library's version, which is the one that does the work.
+        std::cout << "kelvo-fs " << kelvo::filesystem::libraryVersion() << "\n";
         return kelvo::tool::kExitSuccess;
     }
     for (Command const& command : kCommands) {
