@@ -12,6 +12,7 @@
 #include <optional>
 #include <thread>
 
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,6 +28,28 @@ namespace {
 constexpr int kExitCommandNotFound = 127;
 constexpr int kExitCommandNotExecutable = 126;
 constexpr int kExitSignalBase = 128;
+
+/// @returns true when `name` holds a "/" or some directory of PATH holds
+/// an entry called `name`.
+bool commandExistsInPath(std::string const& name)
+{
+    if (name.find('/') != std::string::npos)
+        return true;
+    char const* path = std::getenv("PATH");
+    std::string directories = path ? path : "/usr/bin:/bin";
+    for (std::size_t start = 0; start <= directories.size();) {
+        std::size_t end = directories.find(':', start);
+        if (end == std::string::npos)
+            end = directories.size();
+        std::string directory = directories.substr(start, end - start);
+        std::string candidate = (directory.empty() ? std::string(".") : directory) + "/" + name;
+        struct stat st;
+        if (::stat(candidate.c_str(), &st) == 0)
+            return true;
+        start = end + 1;
+    }
+    return false;
+}
 
 /// Runs `command` (searched in PATH) with this process's standard streams and
 /// waits for it.
@@ -52,6 +75,8 @@ int runAndWait(std::vector<std::string> const& command)
         // exits, so the child's exit cannot release it.
         ::execvp(arguments[0], arguments.data());
         int error = errno;
+        if (error == EACCES && !commandExistsInPath(command[0]))
+            error = ENOENT; // only directories of PATH were closed: the command is not there
         std::string message = "kelvo-fs lock: cannot run '" + command[0] + "': " + std::strerror(error) + "\n";
         ssize_t ignored = ::write(STDERR_FILENO, message.data(), message.size());
         (void)ignored;
