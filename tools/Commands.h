@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvo::tool {
@@ -26,27 +27,40 @@ struct Invocation {
     char const* usage = "";
     /// The arguments before a "--" (options already taken out).
     std::vector<std::string> operands;
-    /// The command's own options given before a "--" ("--native"), in order.
-    std::vector<std::string> options;
-
-    /// @returns true when the option `name` was given.
-    bool hasOption(char const* name) const
-    {
-        for (std::string const& option : options)
-            if (option == name)
-                return true;
-        return false;
-    }
     /// The arguments after the first "--".
     std::vector<std::string> afterSeparator;
     /// True when a "--" was given.
     bool sawSeparator = false;
+    /// The options given, by their long or short name ("-l", "--timeout"),
+    /// with their values ("" for an option without one).
+    std::vector<std::pair<std::string, std::string>> options;
 
     /// @returns every operand, those after "--" included, in order.
     std::vector<std::string> allOperands() const;
+    /// @returns true when the option `name` was given.
+    bool hasOption(char const* name) const;
+    /// @returns the value of the last `name` given, or null when none was.
+    std::string const* optionValue(char const* name) const;
 };
 
-/// Prints "kelvo-fs NAME: message" and the usage text on standard error.
+/// One subcommand of the table in kelvo-fs.cpp, as help, completion and the
+/// option parser see it. The first line of `usage` is its synopsis
+/// ("Usage: kelvo-fs ls [-a] [-l] [-h] [--json] [PATH...]"): the options it
+/// shows are the options the command accepts ("[--timeout SECONDS]" takes a
+/// value); the second line is the one-line summary that `help` lists.
+struct CommandInfo {
+    char const* name;
+    char const* usage;
+    int (*run)(Invocation const&);
+};
+
+/// Runs the command line `argv` against `commands`, with `help [COMMAND]`
+/// and `--help` answered from the table.
+/// @returns the process's exit status.
+int runCommandLine(int argc, char** argv, std::vector<CommandInfo> const& commands, char const* toolUsage);
+
+/// Prints "kelvo-fs NAME: message" and the one-line synopsis of the command on
+/// standard error.
 /// @returns kExitBadUsage.
 int badUsage(Invocation const& invocation, std::string const& message);
 
@@ -56,13 +70,32 @@ int failure(Invocation const& invocation, std::string const& message);
 
 // ---- Formatting -------------------------------------------------------------
 
+/// @returns `reason` spelled as the C library spells an errno value
+/// ("Permission denied"), or `fallback` when `error` is 0.
+std::string reasonText(int error, char const* fallback = "failed");
+
+/// The one way kelvo-fs shows a name: UTF-8 as it is, every byte that is not
+/// part of valid UTF-8 and every control character as \xHH, a backslash
+/// doubled. Used by every command, in text and in JSON alike.
+/// @returns the shown form of the bytes `bytes`.
+std::string escapeName(std::string const& bytes);
+
+/// @returns `bytes` shown as `escapeName` does, in single quotes, for messages.
+std::string quoteName(std::string const& bytes);
+
+/// @returns `text` as a JSON string (quotes, `\\`, `\"` and \u escapes) of
+/// `escapeName(text)`, so that JSON shows names exactly as the text does.
+std::string jsonName(std::string const& bytes);
+
+/// @returns `text` as a JSON string; `text` must be valid UTF-8.
+std::string jsonString(std::string const& text);
+
 /// @returns `bytes` in double quotes: printable ASCII as it is, `\` and `"`
 /// escaped with a backslash, every other byte as \xHH.
 std::string quoteBytes(std::string const& bytes);
 
-/// @returns `text` in double quotes as UTF-8: `\` and `"` escaped with a
-/// backslash, control characters and the code points that stand for
-/// undecodable bytes as \xHH, values that cannot be encoded as \u{HEX}.
+/// @returns `text` in double quotes, shown as `escapeName` shows names, with
+/// `"` escaped too and values that cannot be encoded as \u{HEX}.
 std::string quoteText(kelvo::unicode::String const& text);
 
 /// @returns the name of the enumerator of `type` ("regularFile", ...), or
@@ -76,6 +109,15 @@ std::string permissionsText(kelvo::filesystem::Permissions permissions);
 /// @returns the time in ISO 8601 UTC with microseconds
 /// ("2026-11-22T02:12:51.123456Z"), or "unknown" when it cannot be shown.
 std::string timeText(kelvo::filesystem::FileTime time);
+
+/// @returns the time in the local time zone to the minute
+/// ("2026-11-22 03:12"), or "?" when it cannot be shown.
+std::string localTimeText(kelvo::filesystem::FileTime time);
+
+/// @returns `size` in bytes below 1024, else in K, M, G, T, P or E (powers
+/// of 1024) rounded up, with one decimal below 10: "1023", "1.0K", "1.5K",
+/// "10K", "3.4M".
+std::string humanSize(std::int64_t size);
 
 /// @returns "true" or "false".
 char const* boolText(bool value);

@@ -11,6 +11,7 @@
 #include <kelvo/filesystem/FileStatus.h>
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
+#include <kelvo/filesystem/PathHash.h>
 #include <kelvo/filesystem/Version.h>
 
 #endif
