@@ -134,7 +134,8 @@ std::string elementsText(kelvo::filesystem::Path const& path);
 /// from the result of `kelvo_private::filesystem::compare`.
 std::string comparisonText(kelvo::unicode::String const& a, kelvo::unicode::String const& b, int order);
 
-/// Writes one listing line: type, size (or "-" when unknown) and name.
+/// Writes one listing line: type, size (or "-" when unknown) and name (shown
+/// as `escapeName` shows names).
 void printListingLine(std::ostream& out, kelvo::filesystem::FileType type, std::int64_t size,
                       std::string const& name);
 

@@ -304,7 +304,7 @@ void printListingLine(std::ostream& out, FileType type, std::int64_t size, std::
 {
     std::string sizeText = size < 0 ? "-" : std::to_string(size);
     out << std::left << std::setw(16) << typeName(type) << std::right << std::setw(12) << sizeText << "  "
-        << name << '\n';
+        << escapeName(name) << '\n';
 }
 
 } // namespace kelvo::tool
