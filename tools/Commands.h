@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvo::tool {
@@ -36,6 +37,19 @@ struct Invocation {
             if (option == name)
                 return true;
         return false;
+    }
+    /// The command's options that take a value ("--width" "20"), with their
+    /// values, in order.
+    std::vector<std::pair<std::string, std::string>> optionValues;
+
+    /// @returns the value last given to the option `name`, or null.
+    std::string const* optionValue(char const* name) const
+    {
+        std::string const* value = nullptr;
+        for (auto const& option : optionValues)
+            if (option.first == name)
+                value = &option.second;
+        return value;
     }
     /// The arguments after the first "--".
     std::vector<std::string> afterSeparator;
@@ -107,6 +121,33 @@ int runLock(Invocation const& invocation);
 int runLocked(Invocation const& invocation);
 int runCurrentDirectory(Invocation const& invocation);
 int runDemo(Invocation const& invocation);
+
+// Usage texts of the path transformation commands.
+extern char const kResolveUsage[];
+extern char const kCanonicalUsage[];
+extern char const kCompleteUsage[];
+extern char const kLimitsUsage[];
+extern char const kCheckLengthUsage[];
+extern char const kSanitizeUsage[];
+extern char const kDos83Usage[];
+extern char const kElideUsage[];
+extern char const kGlobUsage[];
+extern char const kFixCaseUsage[];
+
+/// Writes the demo's lines about the path transformations, using the files
+/// the demo made in `directory`.
+void showTransformations(std::ostream& out, kelvo::filesystem::Path const& directory);
+
+int runResolve(Invocation const& invocation);
+int runCanonical(Invocation const& invocation);
+int runComplete(Invocation const& invocation);
+int runLimits(Invocation const& invocation);
+int runCheckLength(Invocation const& invocation);
+int runSanitize(Invocation const& invocation);
+int runDos83(Invocation const& invocation);
+int runElide(Invocation const& invocation);
+int runGlob(Invocation const& invocation);
+int runFixCase(Invocation const& invocation);
 
 } // namespace kelvo::tool
 

@@ -22,6 +22,16 @@ constexpr char kToolUsage[] =
     "  lock FILE -- COMMAND...  run COMMAND while holding a lock on FILE\n"
     "  locked FILE              tell whether FILE is locked\n"
     "  cwd                      print the current directory\n"
+    "  resolve PATH             remove \".\" and \"..\", resolving what exists on disk\n"
+    "  canonical PATH           print the real path of an existing PATH\n"
+    "  complete PATH [BASE]     complete a relative PATH against BASE or the current directory\n"
+    "  limits [DIRECTORY]       print the path, directory path and name length limits\n"
+    "  check-length PATH        tell whether PATH fits the length limits\n"
+    "  sanitize PATH            replace unsafe characters of PATH by \"_\"\n"
+    "  dos83 PATH               make a unique DOS 8.3 name for the last element of PATH\n"
+    "  elide --width N PATH     shorten PATH for display around an ellipsis\n"
+    "  glob PATTERN NAME...     print the NAMEs that match the wildcard PATTERN\n"
+    "  fix-case [--all] PATH    print the spelling of PATH on disk\n"
     "  demo                     take a short tour of the library\n"
     "\n"
     "Exit status: 0 success, 1 a negative answer or a failure, 2 bad usage.\n"
@@ -87,6 +97,9 @@ struct Command {
     /// The options the command takes besides --help, separated by spaces
     /// (" --native "), or null for none.
     char const* options = nullptr;
+    /// The options that take a value, in the same form (" --width "): given
+    /// as "--width 20" or "--width=20".
+    char const* valueOptions = nullptr;
 };
 
 /// @returns true when `argument` is one of the `options` of a command.
@@ -107,6 +120,16 @@ constexpr Command kCommands[] = {
     {"locked", kLockedUsage, kelvo::tool::runLocked},
     {"cwd", kCurrentDirectoryUsage, kelvo::tool::runCurrentDirectory},
     {"demo", kDemoUsage, kelvo::tool::runDemo},
+    {"resolve", kelvo::tool::kResolveUsage, kelvo::tool::runResolve},
+    {"canonical", kelvo::tool::kCanonicalUsage, kelvo::tool::runCanonical},
+    {"complete", kelvo::tool::kCompleteUsage, kelvo::tool::runComplete},
+    {"limits", kelvo::tool::kLimitsUsage, kelvo::tool::runLimits},
+    {"check-length", kelvo::tool::kCheckLengthUsage, kelvo::tool::runCheckLength, " --directory "},
+    {"sanitize", kelvo::tool::kSanitizeUsage, kelvo::tool::runSanitize},
+    {"dos83", kelvo::tool::kDos83Usage, kelvo::tool::runDos83},
+    {"elide", kelvo::tool::kElideUsage, kelvo::tool::runElide, nullptr, " --width --ellipsis "},
+    {"glob", kelvo::tool::kGlobUsage, kelvo::tool::runGlob},
+    {"fix-case", kelvo::tool::kFixCaseUsage, kelvo::tool::runFixCase, " --all "},
 };
 
 bool isHelpOption(char const* argument)
@@ -133,6 +156,18 @@ int dispatch(Command const& command, int argc, char** argv)
         }
         if (isCommandOption(command.options, argument)) {
             invocation.options.emplace_back(argument);
+            continue;
+        }
+        if (char const* equals = std::strchr(argument, '=');
+            equals != nullptr && isCommandOption(command.valueOptions, std::string(argument, equals).c_str())) {
+            invocation.optionValues.emplace_back(std::string(argument, equals), equals + 1);
+            continue;
+        }
+        if (isCommandOption(command.valueOptions, argument)) {
+            if (i + 1 == argc)
+                return kelvo::tool::badUsage(invocation, std::string("option ") + argument + " needs a value");
+            invocation.optionValues.emplace_back(argument, argv[i + 1]);
+            ++i;
             continue;
         }
         if (argument[0] == '-' && argument[1] != '\0')
