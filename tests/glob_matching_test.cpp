@@ -13,6 +13,7 @@
 #include <random>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -200,6 +201,79 @@ TEST(GlobMatching, AGlobalLocaleChangeIsSeen)
     EXPECT_TRUE(before);
     EXPECT_TRUE(during);
     EXPECT_TRUE(matches("ab", "a?"));
+}
+
+/// A character type that reads "@" as "." when narrowing, as a locale with
+/// another character set might: under it the expression reader takes "@"
+/// for "any character".
+class AtReadsAsDot : public std::ctype<wchar_t> {
+protected:
+    char do_narrow(wchar_t c, char otherwise) const override
+    {
+        return c == L'@' ? '.' : std::ctype<wchar_t>::do_narrow(c, otherwise);
+    }
+    wchar_t const* do_narrow(wchar_t const* first, wchar_t const* last, char otherwise, char* out) const override
+    {
+        for (; first != last; ++first, ++out)
+            *out = do_narrow(*first, otherwise);
+        return last;
+    }
+};
+
+TEST(GlobMatching, ACharacterTheLocaleNarrowsToASpecialOneIsNotTakenLiterally)
+{
+    std::locale const previous = std::locale::global(std::locale::classic());
+    bool const classicLiteral = matches("a@c", "a@c");
+    bool const classicAny = matches("abc", "a@c");
+    std::locale::global(std::locale(std::locale::classic(), new AtReadsAsDot()));
+    // What an expression compiled now says, the reference for the library.
+    std::wregex const fresh(L"a@c");
+    bool const freshAny = std::regex_match(std::wstring(L"abc"), fresh);
+    bool const freshLiteral = std::regex_match(std::wstring(L"a@c"), fresh);
+    bool const localeAny = matches("abc", "a@c");
+    bool const localeLiteral = matches("a@c", "a@c");
+    std::locale::global(previous);
+    EXPECT_TRUE(classicLiteral);
+    EXPECT_FALSE(classicAny);
+    EXPECT_TRUE(freshAny) << "the expression reader does not narrow as expected here";
+    EXPECT_EQ(localeAny, freshAny);
+    EXPECT_EQ(localeLiteral, freshLiteral);
+    // Back under the classic locale, its own cached answer holds again.
+    EXPECT_FALSE(matches("abc", "a@c"));
+}
+
+TEST(GlobMatching, ThreadsKeepTheirOwnCaches)
+{
+    std::vector<String> const patterns = {U"*.tmp", U"[a-c]*", U"a?c", U"(x|y)*", U"*", U"", U"k*-[0-9]"};
+    std::vector<String> const names = {U"a.tmp", U"abc", U"x", U"yxy", U"", U"kelvo-3", U"b", U"a\u2028c"};
+    std::vector<int> expected;
+    for (String const& pattern : patterns) {
+        std::wregex const fresh(rewritten(pattern));
+        for (String const& name : names)
+            expected.push_back(std::regex_match(Path(name).string().toWString(), fresh) ? 1 : 0);
+    }
+    std::vector<int> failures(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 200; ++round) {
+                // Each thread walks the patterns from another start, so that
+                // the caches hold different entries at each moment.
+                for (std::size_t i = 0; i < patterns.size(); ++i) {
+                    std::size_t const p = (i + static_cast<std::size_t>(t)) % patterns.size();
+                    for (std::size_t n = 0; n < names.size(); ++n) {
+                        int const got = matches(names[n], patterns[p]) ? 1 : 0;
+                        if (got != expected[p * names.size() + n])
+                            ++failures[static_cast<std::size_t>(t)];
+                    }
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (int t = 0; t < 4; ++t)
+        EXPECT_EQ(failures[static_cast<std::size_t>(t)], 0) << "thread " << t;
 }
 
 // ---- Long names --------------------------------------------------------------------
