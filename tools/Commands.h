@@ -151,6 +151,33 @@ int runLocked(Invocation const& invocation);
 int runCurrentDirectory(Invocation const& invocation);
 int runDemo(Invocation const& invocation);
 
+// Usage texts of the path transformation commands.
+extern char const kResolveUsage[];
+extern char const kCanonicalUsage[];
+extern char const kCompleteUsage[];
+extern char const kLimitsUsage[];
+extern char const kCheckLengthUsage[];
+extern char const kSanitizeUsage[];
+extern char const kDos83Usage[];
+extern char const kElideUsage[];
+extern char const kGlobUsage[];
+extern char const kFixCaseUsage[];
+
+/// Writes the demo's lines about the path transformations, using the files
+/// the demo made in `directory`.
+void showTransformations(std::ostream& out, kelvo::filesystem::Path const& directory);
+
+int runResolve(Invocation const& invocation);
+int runCanonical(Invocation const& invocation);
+int runComplete(Invocation const& invocation);
+int runLimits(Invocation const& invocation);
+int runCheckLength(Invocation const& invocation);
+int runSanitize(Invocation const& invocation);
+int runDos83(Invocation const& invocation);
+int runElide(Invocation const& invocation);
+int runGlob(Invocation const& invocation);
+int runFixCase(Invocation const& invocation);
+
 } // namespace kelvo::tool
 
 #endif

@@ -221,6 +221,8 @@ int showDisk(Invocation const& invocation)
     if (!taken || before || !during || after)
         return failure(invocation, "the lock did not behave as expected");
 
+    showTransformations(std::cout, area.path());
+
     if (!area.removeEverything())
         return failure(invocation, "cannot remove the temporary directory");
     std::cout << "removed the temporary directory and everything in it\n";

@@ -116,6 +116,16 @@ constexpr Command kCommands[] = {
     {"locked", kLockedUsage, kelvo::tool::runLocked},
     {"cwd", kCurrentDirectoryUsage, kelvo::tool::runCurrentDirectory},
     {"demo", kDemoUsage, kelvo::tool::runDemo},
+    {"resolve", kelvo::tool::kResolveUsage, kelvo::tool::runResolve},
+    {"canonical", kelvo::tool::kCanonicalUsage, kelvo::tool::runCanonical},
+    {"complete", kelvo::tool::kCompleteUsage, kelvo::tool::runComplete},
+    {"limits", kelvo::tool::kLimitsUsage, kelvo::tool::runLimits},
+    {"check-length", kelvo::tool::kCheckLengthUsage, kelvo::tool::runCheckLength},
+    {"sanitize", kelvo::tool::kSanitizeUsage, kelvo::tool::runSanitize},
+    {"dos83", kelvo::tool::kDos83Usage, kelvo::tool::runDos83},
+    {"elide", kelvo::tool::kElideUsage, kelvo::tool::runElide},
+    {"glob", kelvo::tool::kGlobUsage, kelvo::tool::runGlob},
+    {"fix-case", kelvo::tool::kFixCaseUsage, kelvo::tool::runFixCase},
 };
 
 int runTool(int argc, char** argv)
