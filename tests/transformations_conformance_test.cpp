@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <locale>
+#include <stdexcept>
 #include <regex>
 #include <string>
 #include <type_traits>
@@ -223,6 +225,8 @@ TEST(TransformationsComplete, WorkedRows)
     EXPECT_EQ(text(fs::complete(Path("/a"), Path("/base"))), "/a");
     EXPECT_EQ(text(fs::complete(Path("//srv/a"), Path("/base"))), "//srv/a");
     EXPECT_EQ(text(fs::complete(Path("a/b"), Path("/base"))), "/base/a/b");
+    // A bare root name is not complete, but it has a root name.
+    EXPECT_EQ(text(fs::complete(Path("//srv"), Path("/base"))), "//srv");
 }
 
 TEST(TransformationsComplete, MoreRows)
@@ -238,6 +242,7 @@ TEST_F(Transformations, SystemCompleteOfAnAbsolutePathIsThatPath)
 {
     EXPECT_EQ(text(fs::systemComplete(Path("/x"))), "/x");
     EXPECT_EQ(text(fs::systemComplete(Path("//srv/x"))), "//srv/x");
+    EXPECT_EQ(text(fs::systemComplete(Path("//srv"))), "//srv");
 }
 
 TEST_F(Transformations, SystemCompleteJoinsTheCurrentDirectory)
@@ -436,6 +441,20 @@ TEST(TransformationsSanitize, EveryOtherCharacterBecomesOneUnderscore)
     EXPECT_TRUE(fs::sanitize(Path("")).empty());
 }
 
+TEST(TransformationsSanitize, EveryAsciiCharacter)
+{
+    std::string const kept = " !#$&'()-@^_`{}~.";
+    for (int c = 1; c < 0x80; ++c) {
+        if (c == '\\' || c == '/')
+            continue; // separators, kept as "/"
+        bool const isKept = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')
+            || kept.find(static_cast<char>(c)) != std::string::npos;
+        std::string const name = std::string("x") + static_cast<char>(c) + "y";
+        EXPECT_EQ(text(fs::sanitize(Path("/d/" + name))), "/d/x" + std::string(1, isKept ? static_cast<char>(c) : '_') + "y")
+            << "character " << c;
+    }
+}
+
 // ---------------------------------------------------------------------------
 // toDos8Dot3
 
@@ -485,6 +504,22 @@ TEST_F(TransformationsDos, FilteringRules)
     EXPECT_EQ(dos("!#$&'()-"), "!#$&'()-");
     EXPECT_EQ(dos("@^_`{}~9.Z1"), "@^_`{}~9.Z1");
     EXPECT_EQ(dos("Ab9.tXt"), "AB9.TXT");
+}
+
+TEST_F(TransformationsDos, EveryAsciiCharacter)
+{
+    std::string const punctuation = "!#$&'()-@^_`{}~";
+    for (int c = 1; c < 0x80; ++c) {
+        if (c == '\\' || c == '/' || c == '.')
+            continue;
+        std::string expected = "A";
+        if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || punctuation.find(static_cast<char>(c)) != std::string::npos)
+            expected += static_cast<char>(c);
+        else if (c >= 'a' && c <= 'z')
+            expected += static_cast<char>(c - 'a' + 'A');
+        expected += "B";
+        EXPECT_EQ(dos(std::string("a") + static_cast<char>(c) + "b"), expected) << "character " << c;
+    }
 }
 
 TEST_F(TransformationsDos, TruncationRules)
@@ -740,7 +775,9 @@ int freshAnswer(String const& name, String const& pattern)
     return std::regex_match(name.toWString(), compiled) ? 1 : 0;
 }
 
-TEST(TransformationsGlob, AgreesWithAFreshExpressionForEveryPair)
+/// Checks every pair of a set of names and patterns against fresh expressions
+/// made under the global locale of the moment.
+void expectAgreementWithFreshExpressions()
 {
     std::vector<String> const names = {
         U"", U"a", U"a.txt", U"A.TXT", U"abtxt", U"a.txt.bak", U"file(1).txt", U"file1.txt", U"x\ny",
@@ -769,6 +806,23 @@ TEST(TransformationsGlob, AgreesWithAFreshExpressionForEveryPair)
                                         << "\"";
         }
     }
+}
+
+TEST(TransformationsGlob, AgreesWithAFreshExpressionForEveryPair) { expectAgreementWithFreshExpressions(); }
+
+TEST(TransformationsGlob, AgreesWithAFreshExpressionUnderAnotherGlobalLocale)
+{
+    std::locale utf8;
+    try {
+        utf8 = std::locale("C.UTF-8");
+    } catch (std::runtime_error const&) {
+        GTEST_SKIP() << "no C.UTF-8 locale here";
+    }
+    expectAgreementWithFreshExpressions();
+    std::locale const previous = std::locale::global(utf8);
+    expectAgreementWithFreshExpressions();
+    std::locale::global(previous);
+    expectAgreementWithFreshExpressions();
 }
 
 TEST(TransformationsGlob, ErrorCodeIsTheExpressionEngines)
