@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <locale>
 #include <stdexcept>
 #include <regex>
@@ -203,6 +204,43 @@ TEST_F(Transformations, ResolveDotsTreatsADanglingLinkAsMissing)
     ASSERT_EQ(::symlink("nowhere/deep", at("dangling").c_str()), 0);
     EXPECT_EQ(text(fs::resolveDots(Path(at("dangling/..")))), scratch);
     EXPECT_EQ(text(fs::resolveDots(Path(at("dangling/a")))), scratch + "/dangling/a");
+}
+
+TEST_F(Transformations, ResolveDotsStepsUpFromAnExistingFile)
+{
+    writeFile("file");
+    // The file exists, so ".." is taken from its real location; the system
+    // itself would refuse the path.
+    EXPECT_EQ(text(fs::resolveDots(Path(at("file/..")))), scratch);
+    EXPECT_EQ(text(fs::resolveDots(Path(at("file/x")))), scratch + "/file/x");
+    EXPECT_EQ(text(fs::resolveDots(Path(at("file/x/../y")))), scratch + "/file/y");
+}
+
+TEST_F(Transformations, ResolveDotsEmptiesTheAccumulatorWhenRealpathFailsAfterStat)
+{
+    // A descriptor's entry under /proc can be stat'ed (it names the pipe) but
+    // has no real path, so the accumulator becomes empty at that step.
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    std::string const entry = "/proc/self/fd/" + std::to_string(ends[0]);
+    struct stat information;
+    char* const resolved = ::realpath(entry.c_str(), nullptr);
+    bool const usable = ::stat(entry.c_str(), &information) == 0 && resolved == nullptr;
+    std::free(resolved);
+    if (!usable) {
+        ::close(ends[0]);
+        ::close(ends[1]);
+        GTEST_SKIP() << "no descriptor entry that stat accepts and realpath refuses";
+    }
+    ASSERT_EQ(::chdir(scratch.c_str()), 0);
+    EXPECT_TRUE(fs::resolveDots(Path(entry)).empty());
+    EXPECT_EQ(text(fs::resolveDots(Path(entry + "/x"))), "x");
+    EXPECT_EQ(text(fs::resolveDots(Path(entry + "/x/y"))), "x/y");
+    EXPECT_TRUE(fs::resolveDots(Path(entry + "/..")).empty());
+    EXPECT_EQ(text(fs::resolveDots(Path(entry + "/"))), "/");
+    EXPECT_TRUE(fs::canonical(Path(entry)).empty());
+    ::close(ends[0]);
+    ::close(ends[1]);
 }
 
 TEST_F(Transformations, ResolveDotsRestoresATrailingSeparatorWithoutDoublingIt)
