@@ -303,6 +303,22 @@ TEST_F(Transformations, SystemCompleteLeavesThePathWhenTheCurrentDirectoryIsGone
     EXPECT_EQ(text(fs::systemComplete(Path("a/b"))), "a/b");
 }
 
+TEST_F(Transformations, ResultsKeepTheBytesOfTheNames)
+{
+    std::string const latin = "caf\xe9";      // not UTF-8
+    std::string const decomposed = "e\xcc\x81"; // NFD, which Linux keeps apart from NFC
+    ASSERT_TRUE(makeDirectory(at(latin)));
+    ASSERT_TRUE(makeDirectory(at(decomposed)));
+    EXPECT_EQ(fs::canonical(Path(at(latin))).nativeString(), at(latin));
+    EXPECT_EQ(fs::canonical(Path(at(decomposed))).nativeString(), at(decomposed));
+    EXPECT_EQ(fs::resolveDots(Path(at(latin + "/x/../y"))).nativeString(), at(latin + "/y"));
+    EXPECT_EQ(fs::resolveDots(Path(at(decomposed + "/./" + decomposed))).nativeString(), at(decomposed + "/" + decomposed));
+    EXPECT_EQ(fs::complete(Path(latin + "/" + decomposed), Path("/base")).nativeString(), "/base/" + latin + "/" + decomposed);
+    ASSERT_EQ(::chdir(at(latin).c_str()), 0);
+    EXPECT_EQ(fs::systemComplete(Path(decomposed)).nativeString(), at(latin + "/" + decomposed));
+    EXPECT_EQ(fs::toDos8Dot3(Path(at(decomposed + "/report.txt"))).nativeString(), at(decomposed + "/REPORT.TXT"));
+}
+
 // ---------------------------------------------------------------------------
 // Length limits
 
@@ -607,6 +623,28 @@ TEST_F(TransformationsDos, CounterStartsFromOneAfterTruncation)
     for (int i = 2; i <= 9; ++i)
         writeFile("MYDOCU~" + std::to_string(i) + ".HTM");
     EXPECT_EQ(dos("My Document.html"), "MYDOC~10.HTM");
+}
+
+TEST_F(TransformationsDos, ExistenceThatCannotBeDeterminedCountsAsAbsence)
+{
+    ASSERT_TRUE(makeDirectory(at("closed")));
+    writeFile("closed/REPORT.TXT");
+    ASSERT_EQ(::chmod(scratch.c_str(), 0711), 0);
+    // No one but root may search it: the child, unprivileged, cannot.
+    ASSERT_EQ(::chmod(at("closed").c_str(), 0), 0);
+    std::string const asked = at("closed/report.txt");
+    std::string const expected = at("closed/REPORT.TXT");
+    int const status = kelvo::testing::runUnprivileged([&] {
+        return kelvo::testing::firstFailure({
+            !fs::exists(Path(expected)),
+            text(fs::toDos8Dot3(Path(asked))) == expected,
+        });
+    });
+    ASSERT_NE(status, kelvo::testing::kCannotDropPrivileges) << "cannot drop privileges";
+    EXPECT_EQ(status, 0);
+    // With the right to look, the name is taken.
+    ASSERT_EQ(::chmod(at("closed").c_str(), 0700), 0);
+    EXPECT_EQ(text(fs::toDos8Dot3(Path(asked))), at("closed/REPORT~1.TXT"));
 }
 
 TEST_F(TransformationsDos, ExistenceIsCheckedByExactName)
