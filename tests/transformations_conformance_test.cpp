@@ -1068,6 +1068,18 @@ TEST_F(TransformationsCorrection, TwinsGiveWhicheverIsListedFirst)
     EXPECT_EQ(path.nativeString(), at("data/" + first));
 }
 
+TEST_F(TransformationsCorrection, ManyTwinsGiveWhicheverIsListedFirst)
+{
+    std::vector<std::string> const twins = {"readme", "Readme", "README", "rEADME", "ReadMe", "READme", "readME", "rEaDmE"};
+    for (auto const& twin : twins)
+        writeFile(twin);
+    std::string const first = firstListed(scratch, twins);
+    ASSERT_FALSE(first.empty());
+    EXPECT_EQ(fs::findSimilarName(Path(at("ReAdMe")), false).nativeString(), at(first));
+    for (auto const& twin : twins)
+        EXPECT_EQ(fs::findSimilarName(Path(at(twin)), true).nativeString(), at(first)) << twin;
+}
+
 TEST_F(TransformationsCorrection, OneRelativeNameThatDoesNotExist)
 {
     ASSERT_EQ(::chdir(scratch.c_str()), 0);
