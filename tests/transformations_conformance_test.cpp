@@ -8,6 +8,8 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
+#include <random>
 #include <locale>
 #include <stdexcept>
 #include <regex>
@@ -576,6 +578,56 @@ TEST_F(TransformationsDos, EveryAsciiCharacter)
     }
 }
 
+/// The short name written out step by step, for a name with nothing beside it.
+std::string shortNameByTheSteps(Path const& path)
+{
+    String const name = path.filename().string();
+    std::u32string const punctuation = U"!#$&'()-@^_`{}~";
+    String out;
+    bool dotTaken = false;
+    for (auto c = name.rbegin(); c != name.rend(); ++c) {
+        char32_t const ch = *c;
+        if ((ch >= U'0' && ch <= U'9') || (ch >= U'A' && ch <= U'Z') || punctuation.find(ch) != std::u32string::npos)
+            out.insert(out.begin(), ch);
+        else if (ch >= U'a' && ch <= U'z')
+            out.insert(out.begin(), static_cast<char32_t>(ch - U'a' + U'A'));
+        else if (ch == U'.' && !dotTaken && !out.empty()) {
+            out.insert(out.begin(), ch);
+            dotTaken = true;
+        }
+    }
+    std::size_t const dot = out.find(U'.');
+    String base = dot == String::npos ? out : String(out.substr(0, dot));
+    String ext = dot == String::npos ? String() : String(out.substr(dot + 1));
+    if (base.empty())
+        base = String(U"FILE");
+    if (base.length() > 8)
+        base = String(base.substr(0, 6)) + String(U"~1");
+    if (ext.length() > 3)
+        ext = String(ext.substr(0, 3));
+    String shortName = base;
+    if (!ext.empty())
+        shortName += String(U".") + ext;
+    return (path.parentPath() / Path(shortName)).string().toUTF8String();
+}
+
+TEST_F(TransformationsDos, AgreesWithTheStepsOnGeneratedNames)
+{
+    std::mt19937 random(1123);
+    std::vector<std::string> const pieces = {"a", "b", "z", "Q", "7", ".", ".", " ", "+", ",", ";", "=", "[", "]", "~",
+        "$", "!", "{", "`", "\xc3\xa9", "\xe6\x97\xa5", "\xc3\x85", "%", "*", "?", ":"};
+    for (int round = 0; round < 3000; ++round) {
+        std::string name;
+        int const length = 1 + static_cast<int>(random() % 16);
+        for (int i = 0; i < length; ++i)
+            name += pieces[random() % pieces.size()];
+        std::string const full = (random() % 2 == 0) ? name : "sub dir/" + name;
+        EXPECT_EQ(dos(full), shortNameByTheSteps(Path(full))) << full;
+        if (HasFailure())
+            return;
+    }
+}
+
 TEST_F(TransformationsDos, TruncationRules)
 {
     EXPECT_EQ(dos("abcdefgh.txt"), "ABCDEFGH.TXT");
@@ -740,6 +792,84 @@ TEST(TransformationsElide, LengthsAreCountedInCodePoints)
     EXPECT_EQ(elide("/\xe6\x97\xa5\xe6\x9c\xac/\xe4\xb8\xad/\xe8\xaa\x9e", 8), "/\xe6\x97\xa5\xe6\x9c\xac/\xe4\xb8\xad/\xe8\xaa\x9e");
     EXPECT_EQ(utf8(fs::generateElidedPath(Path("/\xe6\x97\xa5\xe6\x9c\xac/\xe4\xb8\xad/\xe8\xaa\x9e"), 7, String(U"\u2026"))),
         "/\xe6\x97\xa5\xe6\x9c\xac/\xe2\x80\xa6/\xe8\xaa\x9e");
+}
+
+/// The elision written out step by step, over the path's own elements.
+String elideByTheSteps(Path const& path, unsigned long maxLength, String const& ellipsis)
+{
+    if (path.length() < maxLength)
+        return path.string();
+    std::deque<String> list;
+    bool absolute = false;
+    for (Path const& element : path) {
+        if (element == Path("/")) {
+            if (list.empty())
+                absolute = true;
+            continue;
+        }
+        list.push_back(element.string());
+    }
+    if (list.empty())
+        return path.string();
+    String tail = list.back();
+    list.pop_back();
+    if (list.empty())
+        return path.string();
+    String head = absolute ? String(U"/") : String();
+    head += list.front();
+    list.pop_front();
+    unsigned long const e = ellipsis.length();
+    bool tailClosed = false;
+    bool headClosed = false;
+    while (!list.empty()) {
+        String const b = list.back();
+        list.pop_back();
+        if (!tailClosed && head.length() + e + 2 + tail.length() + b.length() < maxLength)
+            tail = b + U'/' + tail;
+        else
+            tailClosed = true;
+        if (list.empty())
+            break;
+        String const f = list.front();
+        list.pop_front();
+        if (!headClosed && head.length() + e + 2 + tail.length() + f.length() < maxLength)
+            head = head + U'/' + f;
+        else
+            headClosed = true;
+    }
+    if (!tailClosed && !headClosed)
+        return path.string();
+    String result = head;
+    result += U'/';
+    result += ellipsis;
+    result += U'/';
+    result += tail;
+    return result;
+}
+
+TEST(TransformationsElide, AgreesWithTheStepsOnGeneratedPaths)
+{
+    std::mt19937 random(20261123);
+    std::vector<String> const ellipses = {String(), String(U"\u2026"), String(U"..."), String(U"[more]")};
+    for (int round = 0; round < 3000; ++round) {
+        String text = (random() % 3 == 0) ? String() : String(U"/");
+        int const elements = 1 + static_cast<int>(random() % 9);
+        for (int i = 0; i < elements; ++i) {
+            if (i > 0)
+                text += U'/';
+            int const length = 1 + static_cast<int>(random() % 12);
+            for (int k = 0; k < length; ++k)
+                text += static_cast<char32_t>(random() % 5 == 0 ? U'\u65E5' + random() % 3 : U'a' + random() % 26);
+        }
+        Path const path(text);
+        unsigned long const maxLength = random() % (path.length() + 5);
+        String const& ellipsis = ellipses[random() % ellipses.size()];
+        String const actual = fs::generateElidedPath(path, maxLength, ellipsis);
+        EXPECT_EQ(actual, elideByTheSteps(path, maxLength, ellipsis))
+            << text.toUTF8String() << " " << maxLength << " \"" << ellipsis.toUTF8String() << "\"";
+        if (HasFailure())
+            return;
+    }
 }
 
 // ---------------------------------------------------------------------------
