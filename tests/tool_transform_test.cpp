@@ -111,7 +111,8 @@ TEST_F(ToolTransform, EveryCommandHasHelp)
     }
     ToolRun const overview = runTool({"--help"});
     for (char const* command : {"resolve PATH", "canonical PATH", "complete PATH [BASE]", "limits [DIRECTORY]",
-                                "check-length PATH", "sanitize PATH", "dos83 PATH", "elide --width N PATH",
+                                "check-length [--directory] PATH", "sanitize PATH", "dos83 PATH",
+                                "elide --width N [--ellipsis TEXT] PATH",
                                 "glob PATTERN NAME...", "fix-case [--all] PATH"})
         EXPECT_NE(overview.out.find(command), std::string::npos) << command;
 }
