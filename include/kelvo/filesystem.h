@@ -11,5 +11,6 @@
 #include <kelvo/filesystem/FileStatus.h>
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
+#include <kelvo/filesystem/TemporaryDirectory.h>
 
 #endif
