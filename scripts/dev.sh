@@ -58,6 +58,10 @@ check_installed_package() {
     g++ -Wall -Wextra -Wpedantic -Werror -o build/example/kelvo-example-pc examples/example.cpp \
         $(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs kelvo-filesystem) -Wl,-rpath,"$libdir"
     build/example/kelvo-example-pc
+
+    echo "== the installed library loaded late with dlopen"
+    KELVO_DLOPEN_LIBRARY=$(find "$prefix" -name 'libkelvo_filesystem.so.*' | head -n 1) \
+        build/default/tests/library_dlopen_test
 }
 
 run_tests() {

@@ -581,15 +581,23 @@ TEST_F(FileStatusTest, NameThatIsNotUTF8)
     EXPECT_EQ(rawMode(native) & 0777, 0600u);
 }
 
-TEST_F(FileStatusTest, ComposedNameReachedFromDecomposedText)
+TEST_F(FileStatusTest, ComposedNameReachedFromItsBytesAndFromCodePoints)
 {
     // The file is written as Linux programs write names: composed.
     writeFile("R\xC3\xA9sum\xC3\xA9.pdf", "pdf");
-    // "é" written as "e" and a combining acute accent reaches it as well.
+    Path const composed(at("R\xC3\xA9sum\xC3\xA9.pdf"));
+    EXPECT_TRUE(fs::exists(composed));
+    EXPECT_EQ(fs::fileSize(composed), 3);
+    EXPECT_EQ(fs::status(composed).getType(), FileType::regularFile);
+    // A path made from code points is given their composed form.
+    Path const fromText(composed.string());
+    EXPECT_EQ(fs::fileSize(fromText), 3);
+    // Bytes in the other composition name another file, which is missing.
     Path const decomposed(at("Re\xCC\x81sume\xCC\x81.pdf"));
-    EXPECT_TRUE(fs::exists(decomposed));
-    EXPECT_EQ(fs::fileSize(decomposed), 3);
-    EXPECT_EQ(fs::status(decomposed).getType(), FileType::regularFile);
+    EXPECT_TRUE(decomposed == composed);
+    EXPECT_FALSE(fs::exists(decomposed));
+    EXPECT_EQ(fs::fileSize(decomposed), -1);
+    EXPECT_EQ(fs::status(decomposed).getType(), FileType::none);
 }
 
 TEST_F(FileStatusTest, ExistsLooksAtTheNameUpToTheFirstNul)

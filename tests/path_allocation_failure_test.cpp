@@ -1,15 +1,21 @@
 // Tests that a failed allocation anywhere inside text and path operations comes out as std::bad_alloc and leaks nothing.
+#include <kelvo/filesystem/DirectoryIterator.h>
 #include <kelvo/filesystem/Path.h>
 #include <kelvo/filesystem/private.h>
 #include <kelvo/text/Unicode.h>
+
+#include "support/ScratchDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <new>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
+
+#include <sys/stat.h>
 
 // Every allocation of this program goes through these, so that a test can
 // make the n-th one fail and count what is still held afterwards.
@@ -226,6 +232,77 @@ TEST(AllocationFailure, FailedAppendLeavesTheTextNormalised)
         EXPECT_TRUE(kelvo::unicode::isNFD(p.string()));
     }
     EXPECT_GT(failures, 0);
+}
+
+TEST(AllocationFailure, RvalueConstructionGivesTheTextBackWhenNormalisingFails)
+{
+    // Long enough for decomposing to need working copies on the heap; the
+    // backslash shows that nothing of the text was changed either.
+    String const original = String(U"a\\caf\u00E9") + String(300, U'b') + String(U"\u00E9");
+    long failures = 0;
+    for (long n = 0; n < 100; ++n) {
+        String text(original);
+        allocationsUntilFailure = n;
+        bool threw = false;
+        try {
+            Path const p(std::move(text));
+            allocationsUntilFailure = -1;
+            EXPECT_EQ(p.string(), kelvo::unicode::toNFD(String(U"a/caf\u00E9") + String(300, U'b') + String(U"\u00E9")));
+        } catch (std::bad_alloc const&) {
+            threw = true;
+        }
+        allocationsUntilFailure = -1;
+        if (!threw)
+            break;
+        ++failures;
+        EXPECT_EQ(text, original) << "after failing allocation " << n;
+    }
+    EXPECT_GT(failures, 0);
+}
+
+class AllocationFailureOnDisk : public kelvo::testing::ScratchDirectory {};
+
+TEST_F(AllocationFailureOnDisk, ListingStepThatFailsKeepsItsEntryForTheNextStep)
+{
+    using kelvo::filesystem::DirectoryIterator;
+    // Joined paths longer than the store keeps, so that every step allocates.
+    std::string const directory = at(std::string(250, 'd'));
+    ASSERT_EQ(::mkdir(directory.c_str(), 0755), 0);
+    std::set<std::string> expected;
+    for (char c : std::string("abcde")) {
+        std::string const name = std::string(1, c) + std::string(240, 'n') + "\xC3\xA9";
+        writeFile(std::string(250, 'd') + "/" + name, std::string(1, c));
+        expected.insert(directory + "/" + name);
+    }
+    std::multiset<std::string> seen;
+    long failures = 0;
+    DirectoryIterator it{Path(directory)};
+    DirectoryIterator const end;
+    while (it != end) {
+        std::string const current = it->getPath().nativeString();
+        seen.insert(current);
+        // Each step is tried with the first, second... allocation failing
+        // until it runs through; a failed step leaves the iterator where it
+        // was.
+        for (long n = 0;; ++n) {
+            allocationsUntilFailure = n;
+            bool threw = false;
+            try {
+                ++it;
+            } catch (std::bad_alloc const&) {
+                threw = true;
+            }
+            allocationsUntilFailure = -1;
+            if (!threw)
+                break;
+            ++failures;
+            ASSERT_EQ(it->getPath().nativeString(), current);
+            ASSERT_LT(n, 1000);
+        }
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_EQ(std::set<std::string>(seen.begin(), seen.end()), expected);
+    EXPECT_EQ(seen.size(), expected.size()) << "an entry was listed twice";
 }
 
 } // namespace

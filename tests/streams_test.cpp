@@ -196,24 +196,32 @@ TEST_F(StreamsTest, FopenWriteOfADirectoryIsNull)
     EXPECT_EQ(errno, EISDIR);
 }
 
-TEST_F(StreamsTest, FopenOpensAnAccentedNameStoredComposed)
+TEST_F(StreamsTest, FopenOpensAnAccentedNameByItsBytes)
 {
     writeFile(kComposedName, "accents");
-    std::FILE* decomposed = fopenWrapper(Path(scratch + "/" + kDecomposedName), "r");
-    ASSERT_NE(decomposed, nullptr);
-    EXPECT_EQ(readAndClose(decomposed), "accents");
+    // The decomposed bytes name another file, which does not exist.
+    EXPECT_EQ(fopenWrapper(Path(scratch + "/" + kDecomposedName), "r"), nullptr);
     std::FILE* composed = fopenWrapper(Path(at(kComposedName)), "r");
     ASSERT_NE(composed, nullptr);
     EXPECT_EQ(readAndClose(composed), "accents");
+    // A path made from code points reaches the composed name.
+    std::FILE* fromText = fopenWrapper(Path(Path(at(kDecomposedName)).string()), "r");
+    ASSERT_NE(fromText, nullptr);
+    EXPECT_EQ(readAndClose(fromText), "accents");
 }
 
-TEST_F(StreamsTest, FopenCreatesAnAccentedNameComposed)
+TEST_F(StreamsTest, FopenCreatesAnAccentedNameWithTheGivenBytes)
 {
     std::FILE* file = fopenWrapper(Path(scratch + "/" + kDecomposedName), "w");
     ASSERT_NE(file, nullptr);
     writeAndClose(file, "made");
-    EXPECT_EQ(contentOf(at(kComposedName)), "made");
-    EXPECT_FALSE(existsOnDisk(at(kDecomposedName)));
+    EXPECT_EQ(contentOf(at(kDecomposedName)), "made");
+    EXPECT_FALSE(existsOnDisk(at(kComposedName)));
+    file = fopenWrapper(Path(Path(at(kDecomposedName)).string()), "w");
+    ASSERT_NE(file, nullptr);
+    writeAndClose(file, "text");
+    EXPECT_EQ(contentOf(at(kComposedName)), "text");
+    EXPECT_EQ(contentOf(at(kDecomposedName)), "made");
 }
 
 TEST_F(StreamsTest, FopenOpensAndCreatesNamesThatAreNotUTF8)
@@ -319,7 +327,7 @@ TEST_F(StreamsTest, FopenWithLockCheckWorksOnAccentedAndNonUTF8Names)
 {
     writeFile(kComposedName, "accents");
     writeFile(kInvalidName, "raw");
-    Path const accented(scratch + "/" + kDecomposedName);
+    Path const accented(at(kComposedName));
     Path const invalid(at(kInvalidName));
     std::FILE* file = fopenWrapperWithLockCheck(accented, "r");
     ASSERT_NE(file, nullptr);
@@ -438,7 +446,7 @@ TEST_F(StreamsTest, FstreamOpensAccentedAndNonUTF8Names)
     writeFile(kComposedName, "accents");
     writeFile(kInvalidName, "raw");
     std::fstream accented;
-    fstreamWrapper(accented, Path(scratch + "/" + kDecomposedName), kIn);
+    fstreamWrapper(accented, Path(at(kComposedName)), kIn);
     ASSERT_TRUE(accented.is_open());
     EXPECT_EQ(readAll(accented), "accents");
     std::fstream invalid;
@@ -449,9 +457,11 @@ TEST_F(StreamsTest, FstreamOpensAccentedAndNonUTF8Names)
     std::fstream created;
     fstreamWrapper(created, Path(scratch + "/new-" + kDecomposedName), kOut);
     ASSERT_TRUE(created.is_open());
-    created << "composed";
+    created << "decomposed";
     created.close();
-    EXPECT_EQ(contentOf(scratch + "/new-" + kComposedName), "composed");
+    // Created with the bytes given.
+    EXPECT_EQ(contentOf(scratch + "/new-" + kDecomposedName), "decomposed");
+    EXPECT_FALSE(existsOnDisk(scratch + "/new-" + kComposedName));
 }
 
 // ---- fstreamWrapperWithLockCheck ----------------------------------------------------------

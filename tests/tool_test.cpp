@@ -384,7 +384,7 @@ TEST_F(ToolTest, PathOfTheEmptyTextHasEmptyFieldsAndNoElements)
     EXPECT_EQ(field(run.out, "elements"), "(none)");
 }
 
-TEST_F(ToolTest, PathShowsDecomposedTextAndComposedNativeBytes)
+TEST_F(ToolTest, PathShowsDecomposedTextAndTheNativeBytesGiven)
 {
     ToolRun run = runTool({"path", kComposedResume});
     EXPECT_EQ(run.exitStatus, 0);
@@ -392,8 +392,23 @@ TEST_F(ToolTest, PathShowsDecomposedTextAndComposedNativeBytes)
     EXPECT_EQ(field(run.out, "native"), "\"R\\xC3\\xA9sum\\xC3\\xA9.pdf\"");
     EXPECT_EQ(field(run.out, "stem"), std::string("\"Re\xCC\x81sume\xCC\x81\""));
 
+    // The same text, but the bytes given stay the native form.
     ToolRun decomposed = runTool({"path", kDecomposedResume});
-    EXPECT_EQ(decomposed.out, run.out);
+    EXPECT_EQ(field(decomposed.out, "text"), field(run.out, "text"));
+    EXPECT_EQ(field(decomposed.out, "native"), "\"Re\\xCC\\x81sume\\xCC\\x81.pdf\"");
+}
+
+TEST_F(ToolTest, PathNativePrintsOnlyTheEscapedBytesOfEachPath)
+{
+    ToolRun run = runTool({"path", "--native", kDecomposedResume, "a\\b", "raw\xFF"});
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.out, "\"Re\\xCC\\x81sume\\xCC\\x81.pdf\"\n\"a/b\"\n\"raw\\xFF\"\n");
+    ToolRun composed = runTool({"path", "--native", kComposedResume});
+    EXPECT_EQ(composed.out, "\"R\\xC3\\xA9sum\\xC3\\xA9.pdf\"\n");
+    // Only "path" takes the option.
+    EXPECT_EQ(runTool({"compare", "--native", "a", "b"}).exitStatus, 2);
+    EXPECT_EQ(runTool({"path", "--native"}).exitStatus, 2);
 }
 
 TEST_F(ToolTest, PathEscapesBytesQuotesAndTurnsBackslashesIntoSlashes)

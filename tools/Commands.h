@@ -26,6 +26,17 @@ struct Invocation {
     char const* usage = "";
     /// The arguments before a "--" (options already taken out).
     std::vector<std::string> operands;
+    /// The command's own options given before a "--" ("--native"), in order.
+    std::vector<std::string> options;
+
+    /// @returns true when the option `name` was given.
+    bool hasOption(char const* name) const
+    {
+        for (std::string const& option : options)
+            if (option == name)
+                return true;
+        return false;
+    }
     /// The arguments after the first "--".
     std::vector<std::string> afterSeparator;
     /// True when a "--" was given.

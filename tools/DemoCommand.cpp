@@ -127,9 +127,9 @@ public:
     }
 
     /// Creates the file `name` holding `content`. @returns false on failure.
-    bool createFile(char const* name, std::string const& content)
+    bool createFile(Path const& name, std::string const& content)
     {
-        Path path = directory / Path(name);
+        Path path = directory / name;
         std::FILE* file = kelvo::filesystem::fopenWrapper(path, "w");
         if (file == nullptr)
             return false;
@@ -179,10 +179,11 @@ int showDisk(Invocation const& invocation)
     if (!area.make())
         return failure(invocation, "cannot make a temporary directory");
     std::cout << "made " << area.path().nativeString() << '\n';
-    if (!area.createFile(kDecomposedResume, "%PDF-1.4\n") || !area.createFile("Readme.TXT", "Read me first.\n")
+    // Made from code points, so the name on disk is composed.
+    if (!area.createFile(Path(String(kDecomposedResume)), "%PDF-1.4\n") || !area.createFile("Readme.TXT", "Read me first.\n")
         || !area.createFile("notes.txt", "Notes of the tour.\n") || !area.createDirectory("archive"))
         return failure(invocation, "cannot create the sample files");
-    std::cout << "created " << quoteText(String(kDecomposedResume)) << " (typed decomposed), \"Readme.TXT\", "
+    std::cout << "created " << quoteText(String(kDecomposedResume)) << " (typed decomposed, given as code points), \"Readme.TXT\", "
               << "\"notes.txt\" and the directory \"archive\"\n";
     std::cout << "the name typed composed finds the same file: "
               << boolText(fs::exists(area.path() / Path(kComposedResume))) << '\n';

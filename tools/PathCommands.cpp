@@ -15,6 +15,11 @@ int runPath(Invocation const& invocation)
     std::vector<std::string> paths = invocation.allOperands();
     if (paths.empty())
         return badUsage(invocation, "expects at least one PATH");
+    if (invocation.hasOption("--native")) {
+        for (std::string const& text : paths)
+            std::cout << quoteBytes(Path(text).nativeString()) << '\n';
+        return kExitSuccess;
+    }
     bool first = true;
     for (std::string const& text : paths) {
         if (!first)

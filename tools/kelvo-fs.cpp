@@ -28,12 +28,14 @@ constexpr char kToolUsage[] =
     "A \"--\" ends the options: the arguments after it are taken as they are.\n";
 
 constexpr char kPathUsage[] =
-    "Usage: kelvo-fs path PATH...\n"
+    "Usage: kelvo-fs path [--native] PATH...\n"
     "Shows how the library reads each PATH: its normalised text (decomposed\n"
     "Unicode, \"/\" separators), its native bytes (\\xHH for each byte that is not\n"
     "printable ASCII), root name, root directory, relative path, parent path, file\n"
     "name, stem, extension, whether it is absolute and complete, and its elements.\n"
-    "One labelled line per field, a blank line between paths.\n";
+    "One labelled line per field, a blank line between paths.\n"
+    "With --native, only the native bytes of each PATH, escaped, one line each:\n"
+    "the bytes given, backslashes turned into \"/\".\n";
 
 constexpr char kCompareUsage[] =
     "Usage: kelvo-fs compare A B\n"
@@ -82,10 +84,22 @@ struct Command {
     char const* name;
     char const* usage;
     int (*run)(Invocation const&);
+    /// The options the command takes besides --help, separated by spaces
+    /// (" --native "), or null for none.
+    char const* options = nullptr;
 };
 
+/// @returns true when `argument` is one of the `options` of a command.
+bool isCommandOption(char const* options, char const* argument)
+{
+    if (options == nullptr)
+        return false;
+    std::string const wanted = std::string(" ") + argument + " ";
+    return std::strstr(options, wanted.c_str()) != nullptr;
+}
+
 constexpr Command kCommands[] = {
-    {"path", kPathUsage, kelvo::tool::runPath},
+    {"path", kPathUsage, kelvo::tool::runPath, " --native "},
     {"compare", kCompareUsage, kelvo::tool::runCompare},
     {"stat", kStatUsage, kelvo::tool::runStat},
     {"ls", kListUsage, kelvo::tool::runList},
@@ -116,6 +130,10 @@ int dispatch(Command const& command, int argc, char** argv)
         if (isHelpOption(argument)) {
             std::cout << command.usage;
             return kelvo::tool::kExitSuccess;
+        }
+        if (isCommandOption(command.options, argument)) {
+            invocation.options.emplace_back(argument);
+            continue;
         }
         if (argument[0] == '-' && argument[1] != '\0')
             return kelvo::tool::badUsage(invocation, std::string("unknown option ") + argument);

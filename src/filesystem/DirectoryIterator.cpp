@@ -96,9 +96,15 @@ DirectoryIterator& DirectoryIterator::operator++()
     if (stream == nullptr)
         return *this;
 
+    // The position before the entry read, so that an entry whose path cannot
+    // be built (out of memory) is read again by the next step rather than
+    // lost.
+    long position = posix::tellDirectory(stream);
     dirent* entry = posix::readDirectory(stream);
-    while (entry != nullptr && isDotOrDotDot(entry->d_name))
+    while (entry != nullptr && isDotOrDotDot(entry->d_name)) {
+        position = posix::tellDirectory(stream);
         entry = posix::readDirectory(stream);
+    }
 
     if (entry == nullptr) {
         // The end, or a read error: either way the listing is over. The
@@ -109,13 +115,25 @@ DirectoryIterator& DirectoryIterator::operator++()
         return *this;
     }
 
-    // The name's bytes decode losslessly: bytes that are not UTF-8 come back
-    // as themselves in the joined path's native form.
-    Path fullPath = directoryPath / Path(static_cast<char const*>(entry->d_name));
-    FileStatus const entryStatus = status(fullPath);
-    FileStatus const entrySymlinkStatus = posix::isSymbolicLinkEntry(*entry, PathNativeAccess::cString(fullPath))
-        ? symbolicLinkStatus(fullPath)
-        : entryStatus;
+    // The path keeps the name's bytes as its native form, so the entry is
+    // reached by exactly the name the system gave, whatever its composition
+    // and even when it is not UTF-8.
+    Path fullPath;
+    FileStatus entryStatus;
+    FileStatus entrySymlinkStatus;
+    try {
+        fullPath = directoryPath / Path(static_cast<char const*>(entry->d_name));
+        entryStatus = status(fullPath);
+        entrySymlinkStatus = posix::isSymbolicLinkEntry(*entry, PathNativeAccess::cString(fullPath))
+            ? symbolicLinkStatus(fullPath)
+            : entryStatus;
+    } catch (...) {
+        // Out of memory: the iterator stays on its current entry and the
+        // stream goes back before the one that failed, for the next step.
+        if (position != -1)
+            posix::seekDirectory(stream, position);
+        throw;
+    }
     // The entry takes the path over with its native form, which every
     // caller that goes on to use the entry's path on the disk needs again.
     currentEntry = DirectoryEntry(std::move(fullPath), entryStatus, entrySymlinkStatus);

@@ -51,8 +51,11 @@ bool FileLock::lockFile(Path const& path)
         return true;
     if (shouldLockFileCallback && !shouldLockFileCallback(path))
         return false;
+    char const* const native = PathNativeAccess::cStringForChange(path);
+    if (native == nullptr)
+        return false;
     // No O_CREAT: a file that does not exist is never created by locking it.
-    descriptor = posix::openDescriptor(PathNativeAccess::cString(path), kLockOpenFlags);
+    descriptor = posix::openDescriptor(native, kLockOpenFlags);
     if (descriptor == -1)
         return false;
     // When another holder has the file, the descriptor stays open and stored:
@@ -74,7 +77,10 @@ bool FileLock::isFileLocked(Path const& path)
 {
     if (isDirectory(path))
         return false;
-    int const testDescriptor = posix::openDescriptor(PathNativeAccess::cString(path), kTestOpenFlags);
+    char const* const native = PathNativeAccess::cStringForChange(path);
+    if (native == nullptr)
+        return false; // names no file, so nothing can hold it
+    int const testDescriptor = posix::openDescriptor(native, kTestOpenFlags);
     if (testDescriptor == -1) {
         // A missing file is free; one that exists but cannot be read counts
         // as held.

@@ -65,7 +65,10 @@ bool isDirectory(Path const& path) { return status(path).getType() == FileType::
 
 bool setPermissions(Path const& path, Permissions permissions)
 {
-    return posix::changeMode(PathNativeAccess::cString(path), static_cast<std::uint32_t>(permissions) & kAccessBits);
+    char const* const native = PathNativeAccess::cStringForChange(path);
+    if (native == nullptr)
+        return false;
+    return posix::changeMode(native, static_cast<std::uint32_t>(permissions) & kAccessBits);
 }
 
 std::int64_t fileSize(Path const& path)
@@ -91,7 +94,9 @@ FileTime getModificationTime(Path const& path)
 
 bool setModificationTime(Path const& path, FileTime const& time)
 {
-    char const* native = PathNativeAccess::cString(path);
+    char const* const native = PathNativeAccess::cStringForChange(path);
+    if (native == nullptr)
+        return false;
     posix::FileInformation information;
     if (!posix::getFileInformation(native, true, information))
         return false;

@@ -1,4 +1,4 @@
-// The Path value: construction and normalisation, the native-form cache, joining and appending.
+// The Path value: construction and normalisation, the native form kept with the text, joining and appending.
 #include <kelvo/filesystem/Path.h>
 
 #include "PathInternal.h"
@@ -14,13 +14,20 @@
 namespace kelvo::filesystem {
 
 using kelvo::unicode::String;
+using detail::kOtherSeparator;
+using detail::kSeparator;
+using detail::OwnedNative;
+using detail::OwnedText;
 
 namespace {
 
-// Constants, so that paths built by other static initialisers already see
-// them.
-constexpr char32_t kSeparator = U'/';
-constexpr char32_t kOtherSeparator = U'\\';
+// Where file names are stored decomposed, the native form is always the
+// UTF-8 of the text; elsewhere a path made from bytes keeps those bytes.
+#if defined(__APPLE__)
+constexpr bool kNativeKeepsBytes = false;
+#else
+constexpr bool kNativeKeepsBytes = true;
+#endif
 
 String const& emptyString() noexcept
 {
@@ -28,102 +35,9 @@ String const& emptyString() noexcept
     return empty;
 }
 
-// The per-thread store of texts for reuse. Kept small, and limited to texts
-// of ordinary path length, so that it never holds on to much memory.
-constexpr std::size_t kStoredTexts = 16;
-constexpr std::size_t kLargestStoredCapacity = 512;
+OwnedText newText() { return OwnedText(detail::acquireText()); }
 
-// One shelf of strings of one kind, taken from and put back at the top.
-template <typename Text>
-struct Shelf {
-    Text* items[kStoredTexts];
-    std::size_t count;
-
-    Text* take() { return count > 0 ? items[--count] : new Text(); }
-
-    // @returns false when the text is not kept (shelf full or text too large).
-    bool put(Text* text) noexcept
-    {
-        if (count == kStoredTexts || text->capacity() > kLargestStoredCapacity)
-            return false;
-        text->clear();
-        items[count++] = text;
-        return true;
-    }
-
-    void empty() noexcept
-    {
-        while (count > 0)
-            delete items[--count];
-    }
-};
-
-// Plain data, constant-initialised: readable at any point of the thread's
-// life, including after the keeper below has emptied it.
-struct TextStore {
-    Shelf<String> texts;
-    Shelf<std::string> natives;
-    bool closed;
-};
-// The initial-exec model spares a lookup on every use; the store is small
-// enough for the room the system keeps for libraries loaded later.
-#if defined(__GNUC__) && defined(__ELF__)
-__attribute__((tls_model("initial-exec")))
-#endif
-thread_local TextStore store = {};
-
-// Empties the store when the thread ends; from then on texts are freed
-// directly.
-struct TextStoreKeeper {
-    TextStoreKeeper() noexcept = default;
-    TextStoreKeeper(TextStoreKeeper const&) = delete;
-    TextStoreKeeper& operator=(TextStoreKeeper const&) = delete;
-    ~TextStoreKeeper()
-    {
-        detail::emptyTextStore();
-        store.closed = true;
-    }
-};
-#if defined(__GNUC__) && defined(__ELF__)
-__attribute__((tls_model("initial-exec")))
-#endif
-thread_local TextStoreKeeper keeper;
-
-template <typename Text>
-void putBack(Shelf<Text>& shelf, Text* text) noexcept
-{
-    if (text == nullptr)
-        return;
-    if (!store.closed) {
-        if (shelf.count == 0)
-            (void)&keeper; // makes sure the store is emptied when the thread ends
-        if (shelf.put(text))
-            return;
-    }
-    delete text;
-}
-
-} // namespace
-
-namespace detail {
-
-String* acquireText() { return store.texts.take(); }
-
-void releaseText(String* text) noexcept { putBack(store.texts, text); }
-
-std::string* acquireNative() { return store.natives.take(); }
-
-void releaseNative(std::string* native) noexcept { putBack(store.natives, native); }
-
-void emptyTextStore() noexcept
-{
-    store.texts.empty();
-    store.natives.empty();
-}
-
-} // namespace detail
-
-namespace {
+OwnedNative newNative() { return OwnedNative(detail::acquireNative()); }
 
 // Backslashes become "/" in every path text.
 void replaceBackslashes(String& text) noexcept
@@ -134,17 +48,62 @@ void replaceBackslashes(String& text) noexcept
 
 // Appends the non-empty text `r` to the non-empty text `s` with exactly one
 // separator between them, removing only one: "a//" joined with "/b" gives
-// "a//b".
-void appendJoined(String& s, String const& r)
+// "a//b". Works alike for texts and native forms, whose separators match.
+// Makes room first, so that nothing changes if that fails.
+template <typename Text>
+void appendJoined(Text& s, Text const& r)
 {
-    bool const leftEnds = s.back() == kSeparator;
-    bool const rightBegins = r.front() == kSeparator;
+    using Unit = typename Text::value_type;
+    bool const leftEnds = s.back() == Unit('/');
+    bool const rightBegins = r.front() == Unit('/');
     s.reserve(s.size() + r.size() + 1);
     if (leftEnds && rightBegins)
         s.pop_back();
     else if (!leftEnds && !rightBegins)
-        s.push_back(kSeparator);
+        s.push_back(Unit('/'));
     s.append(r);
+}
+
+// The native form made from the bytes a path is built from: the bytes
+// themselves, each backslash made "/" as in the text.
+OwnedNative nativeFromBytes(char const* data, std::size_t size)
+{
+    OwnedNative native = newNative();
+    native->resize(size);
+    char* const out = native->data();
+    for (std::size_t i = 0; i < size; ++i)
+        out[i] = (data[i] == '\\') ? '/' : data[i];
+    return native;
+}
+
+// A new heap text from UTF-8 bytes, normalised. ASCII, the common case, needs
+// no decoding and is its own decomposition: only backslashes change.
+OwnedText textFromUTF8(char const* data, std::size_t size)
+{
+    OwnedText owned = newText();
+    if (kelvo::unicode::detail::isASCII(data, size)) {
+        owned->resize(size);
+        char32_t* const out = owned->data();
+        for (std::size_t i = 0; i < size; ++i) {
+            char32_t const c = static_cast<unsigned char>(data[i]);
+            out[i] = (c == kOtherSeparator) ? kSeparator : c;
+        }
+        return owned;
+    }
+    kelvo::unicode::detail::decodeUTF8ToNFD(data, size, *owned);
+    // A backslash is ASCII, untouched by the decomposition.
+    replaceBackslashes(*owned);
+    return owned;
+}
+
+// @returns a copy of `native` from the store, or null for null.
+OwnedNative copyOf(std::string const* native)
+{
+    if (native == nullptr)
+        return OwnedNative();
+    OwnedNative copy = newNative();
+    copy->assign(*native);
+    return copy;
 }
 
 } // namespace
@@ -156,103 +115,191 @@ namespace detail {
 
 void fixStuff(String& text)
 {
-    replaceBackslashes(text);
     kelvo::unicode::detail::decomposeInPlace(text);
+    replaceBackslashes(text);
+}
+
+std::size_t nativeOffsetFrom(String const& text, std::string const& native, std::size_t p,
+                             std::size_t& textCursor, std::size_t& nativeCursor) noexcept
+{
+    std::size_t const n = text.size();
+    if (p >= n)
+        return native.size();
+    if (p < textCursor) {
+        textCursor = 0;
+        nativeCursor = 0;
+    }
+    char32_t const* const t = text.data();
+    std::size_t marks = 0;
+    std::size_t afterLast = textCursor;
+    for (std::size_t i = textCursor; i < p; ++i) {
+        if (isCutMark(t[i])) {
+            ++marks;
+            afterLast = i + 1;
+        }
+    }
+    char const* const b = native.data();
+    std::size_t const m = native.size();
+    std::size_t q = nativeCursor;
+    while (marks > 0 && q < m) {
+        if (isCutMark(b[q]))
+            --marks;
+        ++q;
+    }
+    textCursor = afterLast;
+    nativeCursor = q;
+    if (p == afterLast)
+        return q;
+    // `p` stands on a mark: the next one in the native form.
+    while (q < m && !isCutMark(b[q]))
+        ++q;
+    return q;
+}
+
+std::size_t nativeOffset(String const& text, std::string const& native, std::size_t p) noexcept
+{
+    std::size_t const n = text.size();
+    if (p >= n)
+        return native.size();
+    if (p == 0)
+        return 0;
+    if (p < n / 2) {
+        std::size_t textCursor = 0;
+        std::size_t nativeCursor = 0;
+        return nativeOffsetFrom(text, native, p, textCursor, nativeCursor);
+    }
+    // Near the end, count the marks from the end.
+    char32_t const* const t = text.data();
+    std::size_t marks = 0;
+    for (std::size_t i = p; i < n; ++i)
+        marks += isCutMark(t[i]) ? 1 : 0;
+    bool const onMark = isCutMark(t[p]);
+    if (!onMark)
+        ++marks; // `p` follows a mark: the one before the marks counted
+    char const* const b = native.data();
+    std::size_t q = native.size();
+    while (q > 0) {
+        --q;
+        if (isCutMark(b[q]) && --marks == 0)
+            return onMark ? q : q + 1;
+    }
+    return 0;
 }
 
 } // namespace detail
 
+Path PathNativeAccess::fromPiece(Path const& source, char32_t const* first, std::size_t size)
+{
+    if (size == 0)
+        return Path();
+    String const& s = text(source);
+    std::string const* const sourceNative = nativeIfMade(source);
+    OwnedText owned = newText();
+    owned->append(first, size);
+    if (sourceNative == nullptr || first < s.data() || first + size > s.data() + s.size())
+        return adopt(std::move(owned));
+    std::size_t const offset = static_cast<std::size_t>(first - s.data());
+    std::size_t const begin = detail::nativeOffset(s, *sourceNative, offset);
+    std::size_t const end = offset + size == s.size() ? sourceNative->size()
+                                                      : detail::nativeOffset(s, *sourceNative, offset + size);
+    OwnedNative piece = newNative();
+    piece->assign(sourceNative->data() + begin, end > begin ? end - begin : 0);
+    return adopt(std::move(owned), std::move(piece));
+}
+
 Path::Path(Path const& other)
 {
     if (!other.empty()) {
-        detail::OwnedText owned(detail::acquireText());
+        OwnedText owned = newText();
         owned->assign(*other.text);
+        OwnedNative copy = copyOf(other.native.load(std::memory_order_acquire));
         text = owned.release();
+        native.store(copy.release(), std::memory_order_relaxed);
     }
 }
 
-Path::Path(Path&& other) noexcept : text(other.text), nativeCache(other.nativeCache)
+Path::Path(Path&& other) noexcept
+    : text(other.text), native(other.native.load(std::memory_order_relaxed))
 {
     // The native form travels with its text; the source is left a plain empty
     // path.
     other.text = nullptr;
-    other.nativeCache = nullptr;
+    other.native.store(nullptr, std::memory_order_relaxed);
 }
-
-namespace {
-
-// Normalises a new heap text and hands it over; if normalising throws, the
-// text is freed rather than left behind by the unfinished constructor.
-String* adoptNormalised(detail::OwnedText owned)
-{
-    detail::fixStuff(*owned);
-    return owned.release();
-}
-
-detail::OwnedText newText() { return detail::OwnedText(detail::acquireText()); }
-
-struct NativeReleaser {
-    void operator()(std::string* native) const noexcept { detail::releaseNative(native); }
-};
-
-} // namespace
 
 Path::Path(String const& value)
 {
-    detail::OwnedText owned = newText();
+    OwnedText owned = newText();
     owned->assign(value);
-    text = adoptNormalised(std::move(owned));
+    detail::fixStuff(*owned);
+    text = owned.release();
 }
 
 Path::Path(String&& value)
 {
-    detail::OwnedText owned = newText();
+    OwnedText owned = newText();
     owned->swap(value);
-    text = adoptNormalised(std::move(owned));
-}
-
-namespace {
-
-// A new heap text from UTF-8 bytes, normalised. ASCII, the common case, needs
-// no decoding and is its own decomposition: only backslashes change.
-String* textFromUTF8(char const* data, std::size_t size)
-{
-    detail::OwnedText owned = newText();
-    if (kelvo::unicode::detail::isASCII(data, size)) {
-        owned->resize(size);
-        char32_t* const out = owned->data();
-        for (std::size_t i = 0; i < size; ++i) {
-            char32_t const c = static_cast<unsigned char>(data[i]);
-            out[i] = (c == kOtherSeparator) ? kSeparator : c;
-        }
-        return owned.release();
+    try {
+        kelvo::unicode::detail::decomposeInPlace(*owned);
+    } catch (...) {
+        // Decomposing leaves the text as it was when it fails: the caller
+        // gets it back.
+        owned->swap(value);
+        throw;
     }
-    kelvo::unicode::detail::decodeUTF8ToNFD(data, size, *owned);
-    // A backslash is ASCII, untouched by the decomposition.
     replaceBackslashes(*owned);
-    return owned.release();
+    text = owned.release();
 }
 
-} // namespace
+Path::Path(std::string const& utf8)
+{
+    if (utf8.empty())
+        return;
+    OwnedText owned = textFromUTF8(utf8.data(), utf8.size());
+    if (kNativeKeepsBytes)
+        native.store(nativeFromBytes(utf8.data(), utf8.size()).release(), std::memory_order_relaxed);
+    text = owned.release();
+}
 
-Path::Path(std::string const& utf8) : text(textFromUTF8(utf8.data(), utf8.size())) {}
-
-Path::Path(char const* utf8) : text(utf8 && *utf8 ? textFromUTF8(utf8, std::strlen(utf8)) : nullptr) {}
+Path::Path(char const* utf8)
+{
+    if (utf8 == nullptr || *utf8 == '\0')
+        return;
+    std::size_t const size = std::strlen(utf8);
+    OwnedText owned = textFromUTF8(utf8, size);
+    if (kNativeKeepsBytes)
+        native.store(nativeFromBytes(utf8, size).release(), std::memory_order_relaxed);
+    text = owned.release();
+}
 
 Path::~Path()
 {
     detail::releaseText(text);
-    detail::releaseNative(nativeCache);
+    detail::releaseNative(native.load(std::memory_order_relaxed));
+}
+
+std::string* Path::takeNative() noexcept
+{
+    std::string* const previous = native.load(std::memory_order_relaxed);
+    native.store(nullptr, std::memory_order_relaxed);
+    return previous;
+}
+
+void Path::setNative(std::string* newNative) noexcept
+{
+    detail::releaseNative(native.load(std::memory_order_relaxed));
+    native.store(newNative, std::memory_order_relaxed);
 }
 
 Path& Path::operator=(Path const& other)
 {
     if (this != &other) {
-        if (other.empty())
+        if (other.empty()) {
             clear();
-        else {
+        } else {
+            OwnedNative copy = copyOf(other.native.load(std::memory_order_acquire));
             mutableText() = *other.text;
-            clearCache();
+            setNative(copy.release());
         }
     }
     return *this;
@@ -262,11 +309,9 @@ Path& Path::operator=(Path&& other) noexcept
 {
     if (this != &other) {
         detail::releaseText(text);
-        detail::releaseNative(nativeCache);
+        setNative(other.takeNative());
         text = other.text;
-        nativeCache = other.nativeCache;
         other.text = nullptr;
-        other.nativeCache = nullptr;
     }
     return *this;
 }
@@ -275,7 +320,9 @@ void Path::swap(Path& other) noexcept
 {
     if (this != &other) {
         std::swap(text, other.text);
-        std::swap(nativeCache, other.nativeCache);
+        std::string* const mine = takeNative();
+        native.store(other.takeNative(), std::memory_order_relaxed);
+        other.native.store(mine, std::memory_order_relaxed);
     }
 }
 
@@ -285,19 +332,30 @@ void Path::clear() noexcept
 {
     if (text)
         text->clear();
-    clearCache();
+    setNative(nullptr);
 }
 
 String const& Path::string() const noexcept { return text ? *text : emptyString(); }
 
 std::string const& Path::nativeReference() const
 {
-    if (nativeCache == nullptr) {
-        std::unique_ptr<std::string, NativeReleaser> native(detail::acquireNative());
-        kelvo::unicode::detail::encodeNative(string(), *native);
-        nativeCache = native.release();
-    }
-    return *nativeCache;
+    std::string const* const made = native.load(std::memory_order_acquire);
+    if (made != nullptr)
+        return *made;
+    return makeNative();
+}
+
+std::string const& Path::makeNative() const
+{
+    OwnedNative made = newNative();
+    kelvo::unicode::detail::encodeNative(string(), *made);
+    std::string* expected = nullptr;
+    // Published whole: another thread reading the same path sees either no
+    // native form or this one. When another thread was first, its form is
+    // kept and this one goes back to the store.
+    if (native.compare_exchange_strong(expected, made.get(), std::memory_order_acq_rel, std::memory_order_acquire))
+        return *made.release();
+    return *expected;
 }
 
 std::string Path::nativeString() const { return nativeReference(); }
@@ -308,11 +366,7 @@ unsigned long Path::size() const noexcept { return length(); }
 
 bool Path::empty() const noexcept { return text == nullptr || text->empty(); }
 
-void Path::clearCache() const noexcept
-{
-    detail::releaseNative(nativeCache);
-    nativeCache = nullptr;
-}
+void Path::clearCache() const noexcept {}
 
 String& Path::mutableText()
 {
@@ -324,9 +378,14 @@ String& Path::mutableText()
 void Path::appendSeparator()
 {
     String& s = mutableText();
-    if (s.empty() || s.back() != kSeparator)
-        s.push_back(kSeparator);
-    clearCache();
+    if (!s.empty() && s.back() == kSeparator)
+        return;
+    std::string* const n = native.load(std::memory_order_relaxed);
+    if (n != nullptr)
+        n->reserve(n->size() + 1);
+    s.push_back(kSeparator);
+    if (n != nullptr)
+        n->push_back('/'); // room was made above: cannot fail
 }
 
 Path& Path::operator/=(Path const& rhs)
@@ -335,31 +394,45 @@ Path& Path::operator/=(Path const& rhs)
         // Joining a path to itself reads the right text while the left one
         // changes: join a copy instead.
         return *this /= Path(rhs);
-    if (!rhs.empty()) {
-        if (empty()) {
-            mutableText() = *rhs.text;
-        } else {
-            appendJoined(*text, *rhs.text);
-        }
+    if (rhs.empty())
+        return *this;
+    if (empty())
+        return *this = rhs;
+    std::string const* const rightNative = rhs.native.load(std::memory_order_acquire);
+    if (rightNative == nullptr && native.load(std::memory_order_relaxed) == nullptr) {
+        // Both native forms are still the composed text, and so is the join's.
+        appendJoined(*text, *rhs.text);
+        return *this;
     }
-    clearCache();
+    OwnedNative joined = newNative();
+    joined->assign(nativeReference());
+    appendJoined(*joined, PathNativeAccess::native(rhs));
+    appendJoined(*text, *rhs.text);
+    setNative(joined.release());
     return *this;
 }
 
 Path& Path::operator+=(Path const& rhs)
 {
+    std::string const* const rightNative = rhs.native.load(std::memory_order_acquire);
+    OwnedNative joined;
+    if (rightNative != nullptr || native.load(std::memory_order_relaxed) != nullptr) {
+        joined = newNative();
+        joined->assign(nativeReference());
+        joined->append(PathNativeAccess::native(rhs));
+    }
     String& s = mutableText();
     String::size_type const previousSize = s.size();
     s.append(rhs.string());
-    clearCache();
     try {
         detail::fixStuff(s);
     } catch (...) {
         // Normalising failed (out of memory): take the appended text back, so
-        // the path keeps a normalised text.
+        // the path keeps a normalised text and its own native form.
         s.resize(previousSize);
         throw;
     }
+    setNative(joined.release());
     return *this;
 }
 
@@ -369,11 +442,20 @@ Path operator/(Path const& a, Path const& b)
         return Path(b);
     if (b.empty())
         return Path(a);
-    detail::OwnedText joined = newText();
+    OwnedText joined = newText();
     joined->reserve(a.text->size() + b.text->size() + 1);
     joined->append(*a.text);
     appendJoined(*joined, *b.text);
-    return PathNativeAccess::adopt(std::move(joined));
+    OwnedNative joinedNative;
+    if (a.native.load(std::memory_order_acquire) != nullptr || b.native.load(std::memory_order_acquire) != nullptr) {
+        std::string const& left = a.nativeReference();
+        std::string const& right = b.nativeReference();
+        joinedNative = newNative();
+        joinedNative->reserve(left.size() + right.size() + 1);
+        joinedNative->append(left);
+        appendJoined(*joinedNative, right);
+    }
+    return PathNativeAccess::adopt(std::move(joined), std::move(joinedNative));
 }
 
 Path operator/(Path&& a, Path const& b)
@@ -387,12 +469,21 @@ Path operator/(Path&& a, Path const& b)
 
 Path operator+(Path const& a, Path const& b)
 {
-    detail::OwnedText joined = newText();
+    OwnedText joined = newText();
     joined->reserve(a.size() + b.size());
     joined->append(a.string());
     joined->append(b.string());
     detail::fixStuff(*joined);
-    return PathNativeAccess::adopt(std::move(joined));
+    OwnedNative joinedNative;
+    if (a.native.load(std::memory_order_acquire) != nullptr || b.native.load(std::memory_order_acquire) != nullptr) {
+        std::string const& left = a.nativeReference();
+        std::string const& right = b.nativeReference();
+        joinedNative = newNative();
+        joinedNative->reserve(left.size() + right.size());
+        joinedNative->append(left);
+        joinedNative->append(right);
+    }
+    return PathNativeAccess::adopt(std::move(joined), std::move(joinedNative));
 }
 
 Path operator+(Path&& a, Path const& b)

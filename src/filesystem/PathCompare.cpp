@@ -130,20 +130,43 @@ bool equalsNormalised(Path const& path, String const& other)
 
 String decode(char const* utf8) { return utf8 ? String(std::string(utf8)) : String(); }
 
+// Two paths whose native forms are the same bytes have texts decoded and
+// normalised from those bytes, or composed to them, so they are equal with no
+// look at the texts.
+inline bool sameNative(Path const& a, Path const& b) noexcept
+{
+    std::string const* const na = PathNativeAccess::nativeIfMade(a);
+    std::string const* const nb = PathNativeAccess::nativeIfMade(b);
+    if (na == nullptr || nb == nullptr)
+        return false;
+    std::size_t const size = na->size();
+    return size == nb->size() && std::memcmp(na->data(), nb->data(), size) == 0;
+}
+
 } // namespace
 
-bool operator==(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0; }
-bool operator!=(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) != 0; }
+bool operator==(Path const& a, Path const& b)
+{
+    return sameNative(a, b) || detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0;
+}
+bool operator!=(Path const& a, Path const& b)
+{
+    return !sameNative(a, b) && detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) != 0;
+}
 
 bool operator==(Path const& a, String const& b) { return equalsNormalised(a, b); }
 bool operator==(String const& a, Path const& b) { return equalsNormalised(b, a); }
 bool operator==(Path const& a, char const* b) { return a == Path(b); }
 bool operator==(char const* a, Path const& b) { return Path(a) == b; }
+bool operator==(Path const& a, std::string const& b) { return a == Path(b); }
+bool operator==(std::string const& a, Path const& b) { return Path(a) == b; }
 
 bool operator!=(Path const& a, String const& b) { return compareWithText(a, b) != 0; }
 bool operator!=(String const& a, Path const& b) { return kelvo_private::filesystem::compare(a, b.string()) != 0; }
 bool operator!=(Path const& a, char const* b) { return compareWithText(a, decode(b)) != 0; }
 bool operator!=(char const* a, Path const& b) { return kelvo_private::filesystem::compare(decode(a), b.string()) != 0; }
+bool operator!=(Path const& a, std::string const& b) { return compareWithText(a, String(b)) != 0; }
+bool operator!=(std::string const& a, Path const& b) { return kelvo_private::filesystem::compare(String(a), b.string()) != 0; }
 
 bool operator<(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) < 0; }
 bool operator<=(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) <= 0; }

@@ -7,21 +7,21 @@ namespace kelvo::filesystem {
 
 using kelvo::unicode::String;
 
+using detail::kDot;
+using detail::kDotText;
+using detail::kSeparator;
+using detail::kSeparatorText;
+
 namespace {
 
-constexpr char32_t kSeparator = U'/';
-constexpr char32_t kDot = U'.';
-
-constexpr char32_t kDotText[] = U".";
-constexpr char32_t kSeparatorText[] = U"/";
-
-// A piece of a path's text (or of a constant): results are built from one.
+// A piece of a path's text (or of a constant): results are built from one,
+// with the matching piece of the path's native form.
 struct Piece {
     char32_t const* first;
     std::size_t size;
 };
 
-Path pathOf(Piece piece) { return PathNativeAccess::fromPiece(piece.first, piece.size); }
+Path pathOf(Path const& source, Piece piece) { return PathNativeAccess::fromPiece(source, piece.first, piece.size); }
 
 // The parent of `s` is always a prefix of it: its length.
 std::size_t parentLength(String const& s) noexcept
@@ -71,20 +71,20 @@ std::size_t rootPathLength(String const& s) noexcept { return rootNameLength(s) 
 Path Path::rootName() const
 {
     String const& s = PathNativeAccess::text(*this);
-    return pathOf({s.data(), rootNameLength(s)});
+    return pathOf(*this, {s.data(), rootNameLength(s)});
 }
 
 Path Path::rootDirectory() const
 {
     if (!hasRootDirectory(PathNativeAccess::text(*this)))
         return Path();
-    return pathOf({kSeparatorText, 1});
+    return PathNativeAccess::fromPiece(kSeparatorText, 1);
 }
 
 Path Path::rootPath() const
 {
     String const& s = PathNativeAccess::text(*this);
-    return pathOf({s.data(), rootPathLength(s)});
+    return pathOf(*this, {s.data(), rootPathLength(s)});
 }
 
 bool Path::isAbsolute() const { return rootPathLength(PathNativeAccess::text(*this)) != 0; }
@@ -103,16 +103,16 @@ Path Path::relativePath() const
     String::size_type const i = s.find_first_not_of(kSeparator, rootLength);
     if (i == String::npos)
         return Path();
-    return pathOf({s.data() + i, s.size() - i});
+    return pathOf(*this, {s.data() + i, s.size() - i});
 }
 
 Path Path::parentPath() const
 {
     String const& s = PathNativeAccess::text(*this);
-    return pathOf({s.data(), parentLength(s)});
+    return pathOf(*this, {s.data(), parentLength(s)});
 }
 
-Path Path::filename() const { return pathOf(getFilename(PathNativeAccess::text(*this))); }
+Path Path::filename() const { return pathOf(*this, getFilename(PathNativeAccess::text(*this))); }
 
 Path Path::stem() const
 {
@@ -133,7 +133,7 @@ Path Path::stem() const
         }
         f.size = d;
     }
-    return pathOf(f);
+    return pathOf(*this, f);
 }
 
 Path Path::extension() const
@@ -149,7 +149,7 @@ Path Path::extension() const
         if (c == kSeparator)
             return Path();
         if (c == kDot)
-            return pathOf({s.data() + i - 1, s.size() - i + 1});
+            return pathOf(*this, {s.data() + i - 1, s.size() - i + 1});
     }
     return Path();
 }
@@ -157,15 +157,31 @@ Path Path::extension() const
 void Path::replaceExtension(Path const& newExtension)
 {
     String e = newExtension.string();
-    if (!e.empty() && e.front() != kDot)
+    bool const addDot = !e.empty() && e.front() != kDot;
+    if (addDot)
         e.insert(e.begin(), kDot);
     String& s = mutableText();
     String::size_type const q = s.find_last_of(kSeparator);
     String::size_type d = s.find_last_of(kDot);
     if (d == String::npos || (q != String::npos && d < q))
         d = s.size();
+    // The native form changes in step: its part from the matching dot is
+    // replaced by the native form of the new extension.
+    detail::OwnedNative replaced;
+    if (PathNativeAccess::nativeIfMade(*this) != nullptr || PathNativeAccess::nativeIfMade(newExtension) != nullptr) {
+        std::string const& mine = PathNativeAccess::native(*this);
+        std::string const& theirs = PathNativeAccess::native(newExtension);
+        std::size_t const cut = detail::nativeOffset(s, mine, d);
+        replaced.reset(detail::acquireNative());
+        replaced->reserve(cut + theirs.size() + 1);
+        replaced->assign(mine, 0, cut);
+        if (addDot)
+            replaced->push_back('.');
+        replaced->append(theirs);
+    }
     s.replace(d, String::npos, e);
-    clearCache();
+    if (replaced)
+        setNative(replaced.release());
 }
 
 } // namespace kelvo::filesystem

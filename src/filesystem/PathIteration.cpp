@@ -11,17 +11,11 @@ using kelvo::unicode::String;
 using Iterator = String::const_iterator;
 using Token = kelvo::parsing::TokenInfo<Path, Iterator>;
 
+using detail::kDotText;
+using detail::kSeparator;
+using detail::kSeparatorText;
+
 namespace {
-
-constexpr char32_t kSeparator = U'/';
-constexpr char32_t kSeparatorText[] = U"/";
-constexpr char32_t kDotText[] = U".";
-
-// An element: a piece of the path's own text, already normalised.
-Path pieceOf(Iterator first, Iterator last)
-{
-    return PathNativeAccess::fromPiece(first == last ? nullptr : &*first, static_cast<std::size_t>(last - first));
-}
 
 // Where the text after a root part resumes: the last separator of the run
 // that follows `p`, so that the next step still sees a leading separator.
@@ -53,6 +47,31 @@ bool hasRootDirectory(Iterator first, Iterator last)
     return first != last && detail::hasRootDirectory(&*first, &*first + (last - first));
 }
 
+// An element: a piece of the walked text, already normalised. When the text
+// is that of `func.path`, the element gets the matching piece of the path's
+// native form, found by walking on from where the previous element ended.
+Path pieceOf(PathIteratorExtractorFunc& func, Iterator first, Iterator last)
+{
+    std::size_t const size = static_cast<std::size_t>(last - first);
+    if (size == 0)
+        return Path();
+    char32_t const* const piece = &*first;
+    if (func.path == nullptr)
+        return PathNativeAccess::fromPiece(piece, size);
+    String const& s = PathNativeAccess::text(*func.path);
+    std::string const* const native = PathNativeAccess::nativeIfMade(*func.path);
+    if (native == nullptr || piece < s.data() || piece + size > s.data() + s.size())
+        return PathNativeAccess::fromPiece(piece, size);
+    std::size_t const offset = static_cast<std::size_t>(piece - s.data());
+    std::size_t const begin = detail::nativeOffsetFrom(s, *native, offset, func.textCursor, func.nativeCursor);
+    std::size_t const end = detail::nativeOffsetFrom(s, *native, offset + size, func.textCursor, func.nativeCursor);
+    detail::OwnedText text(detail::acquireText());
+    text->append(piece, size);
+    detail::OwnedNative bytes(detail::acquireNative());
+    bytes->assign(native->data() + begin, end > begin ? end - begin : 0);
+    return PathNativeAccess::adopt(std::move(text), std::move(bytes));
+}
+
 } // namespace
 
 Token PathIteratorExtractorFunc::operator()(Iterator first, Iterator last)
@@ -64,7 +83,7 @@ Token PathIteratorExtractorFunc::operator()(Iterator first, Iterator last)
         Iterator const nameEnd = rootNameEnd(first, last);
         if (nameEnd != first) {
             Iterator const next = separatorWalk(nameEnd, last);
-            return Token{pieceOf(first, nameEnd), next, next == last};
+            return Token{pieceOf(*this, first, nameEnd), next, next == last};
         }
     }
     if (state == 1) {
@@ -79,10 +98,10 @@ Token PathIteratorExtractorFunc::operator()(Iterator first, Iterator last)
         Iterator next = p + 1;
         while (next != last && *next == kSeparator)
             ++next;
-        return Token{pieceOf(first, p), next, false};
+        return Token{pieceOf(*this, first, p), next, false};
     }
     if (first != last)
-        return Token{pieceOf(first, last), last, true};
+        return Token{pieceOf(*this, first, last), last, true};
     // The text ended with separators: a "." stands for the trailing one.
     state = 3;
     return Token{PathNativeAccess::fromPiece(kDotText, 1), last, false};
@@ -91,7 +110,9 @@ Token PathIteratorExtractorFunc::operator()(Iterator first, Iterator last)
 Path::iterator Path::begin() const
 {
     String const& s = string();
-    return iterator(s.cbegin(), s.cend(), PathIteratorExtractorFunc{});
+    PathIteratorExtractorFunc extractor;
+    extractor.path = this;
+    return iterator(s.cbegin(), s.cend(), extractor);
 }
 
 Path::iterator Path::end() const

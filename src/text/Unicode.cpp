@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -30,12 +31,23 @@ constexpr char32_t kFirstCombining = 0x300;
 
 inline bool isScalarValue(char32_t c) noexcept { return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
 
+// Turns a failure reported by ICU into an exception: running out of memory
+// is reported as every other allocation failure is, with std::bad_alloc.
+void throwOnFailure(UErrorCode status, char const* message)
+{
+    if (status == U_MEMORY_ALLOCATION_ERROR)
+        throw std::bad_alloc();
+    if (U_FAILURE(status))
+        throw std::runtime_error(message);
+}
+
 icu::Normalizer2 const* normalizer(bool compose)
 {
     UErrorCode status = U_ZERO_ERROR;
     icu::Normalizer2 const* instance = compose ? icu::Normalizer2::getNFCInstance(status)
                                                : icu::Normalizer2::getNFDInstance(status);
-    if (U_FAILURE(status) || instance == nullptr)
+    throwOnFailure(status, "Unicode normalisation data is not available");
+    if (instance == nullptr)
         throw std::runtime_error("Unicode normalisation data is not available");
     return instance;
 }
@@ -119,8 +131,9 @@ int32_t normaliseUnits(icu::Normalizer2 const* form, char16_t const* source, int
     icu::UnicodeString output(buffer, 0, static_cast<int32_t>(capacity));
     UErrorCode status = U_ZERO_ERROR;
     form->normalize(input, output, status);
-    if (U_FAILURE(status))
-        throw std::runtime_error("Unicode normalisation failed");
+    throwOnFailure(status, "Unicode normalisation failed");
+    if (output.isBogus())
+        throw std::bad_alloc(); // the result could not be given room
     int32_t const written = output.length();
     if (output.getBuffer() != buffer) {
         // The normaliser needed more room than foreseen and moved the result
@@ -188,8 +201,7 @@ bool isNormalisedRun(icu::Normalizer2 const* form, char32_t const* first, char32
     int32_t const length = toUTF16(first, last, source);
     UErrorCode status = U_ZERO_ERROR;
     UBool const normalised = form->isNormalized(icu::UnicodeString(false, source.data(), length), status);
-    if (U_FAILURE(status))
-        throw std::runtime_error("Unicode normalisation check failed");
+    throwOnFailure(status, "Unicode normalisation check failed");
     return normalised != 0;
 }
 

@@ -6,6 +6,8 @@
 #include <kelvo/text/String.h>
 #include <kelvo/text/TokenIterator.h>
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -27,6 +29,15 @@ struct KELVO_FILESYSTEM_API PathIteratorExtractorFunc {
     /// 0: a root name may come; 1: a root directory may come; 2: ordinary
     /// elements; 3: the trailing "." has been produced.
     std::uint32_t state = 0;
+    /// The path whose text is walked, set by `Path::begin()`: each element
+    /// then gets the matching piece of that path's native form. Null for a
+    /// text that belongs to no path; elements then get the native form of
+    /// their own text.
+    Path const* path = nullptr;
+    /// Where the walk stands in the text and in the native form: both at
+    /// the start or both just after the same separator or dot.
+    std::size_t textCursor = 0;
+    std::size_t nativeCursor = 0;
 
     kelvo::parsing::TokenInfo<Path, kelvo::unicode::String::const_iterator>
     operator()(kelvo::unicode::String::const_iterator first,
@@ -34,14 +45,24 @@ struct KELVO_FILESYSTEM_API PathIteratorExtractorFunc {
 };
 
 /// A path: Unicode text with "/" separators in Normalization Form D, plus its
-/// native byte form, computed on first use and kept until the text changes.
+/// native form, the bytes handed to the operating system.
 ///
 /// Construction turns every backslash into "/" and decomposes the text; nothing
 /// else is normalised (repeated and trailing separators, "." and ".." and
 /// letter case are kept). Paths compare case- and composition-insensitively.
 ///
-/// A `Path` fills its native cache inside const calls without a lock, so one
-/// object must not be shared between threads that may convert it.
+/// The native form is part of the value. A path made from bytes (a
+/// `std::string`, a `char const*`, a name read from the system) keeps exactly
+/// those bytes, each backslash turned into "/", so a name the system handed
+/// out always reaches the same file, whatever its composition and even when it
+/// is not UTF-8. A path made from code points gets the UTF-8 of its text
+/// composed (NFC), the form programs here write. A path derived from others
+/// (a part, an element, a join, an append) gets the matching pieces of their
+/// native forms. Copies and moves keep it. Two paths can therefore be equal
+/// (same text) and still name two files.
+///
+/// Every const member may be called on one `Path` from several threads at
+/// once: a native form made on first use is published atomically.
 class KELVO_FILESYSTEM_API Path {
 public:
     using String = kelvo::unicode::String;
@@ -50,36 +71,37 @@ public:
 
     /// An empty path.
     Path() noexcept = default;
-    /// Copies the text; the copy starts without a native cache.
+    /// Copies the text and the native form.
     Path(Path const& other);
-    /// Takes over the text and its native form; `other` is left empty.
+    /// Takes over the text and the native form; `other` is left empty.
     Path(Path&& other) noexcept;
-    /// Normalises a copy of `text`.
+    /// Normalises a copy of `text`; the native form is its composed UTF-8.
     Path(String const& text);
-    /// Normalises `text` in place and takes it over.
+    /// Normalises `text` in place and takes it over; the native form is its
+    /// composed UTF-8. If normalising throws, `text` is left as it was.
     Path(String&& text);
     /// Decodes UTF-8 (bytes that are not UTF-8 are kept, see `String`) and
-    /// normalises.
+    /// normalises; the native form is `utf8` itself, backslashes made "/".
     Path(std::string const& utf8);
-    /// Decodes NUL-terminated UTF-8 and normalises; a null pointer gives an
-    /// empty path.
+    /// The same for NUL-terminated bytes; a null pointer gives an empty path.
     Path(char const* utf8);
     ~Path();
 
-    /// Copies the text of `other` and drops the native cache.
+    /// Copies the text and the native form of `other`.
     Path& operator=(Path const& other);
-    /// Takes over the text of `other`, which is left empty.
+    /// Takes over the text and the native form of `other`, which is left
+    /// empty.
     Path& operator=(Path&& other) noexcept;
 
-    /// Exchanges texts and caches with `other`.
+    /// Exchanges texts and native forms with `other`.
     void swap(Path& other) noexcept;
-    /// Empties the text and drops the native cache.
+    /// Empties the text and the native form.
     void clear() noexcept;
 
     /// @returns the normalised text.
     String const& string() const noexcept;
-    /// @returns the operating system's byte form of the text (computed once
-    /// and cached); empty for an empty path.
+    /// @returns the bytes the operating system is given for this path (see
+    /// the class comment); empty for an empty path.
     std::string nativeString() const;
     /// @returns the number of code points of the text.
     unsigned long length() const noexcept;
@@ -87,7 +109,9 @@ public:
     unsigned long size() const noexcept;
     /// @returns true when the text is empty.
     bool empty() const noexcept;
-    /// Drops the native cache; the next `nativeString()` recomputes it.
+    /// Does nothing: the native form is part of the value and is kept (a path
+    /// made from bytes could not recompute it from its text, and a path
+    /// shared between threads must not lose it under another reader).
     void clearCache() const noexcept;
 
     /// @returns the network root name ("//server" of "//server/share"), or an
@@ -148,11 +172,18 @@ private:
 
     String& mutableText();
     std::string const& nativeReference() const;
+    std::string const& makeNative() const;
+    std::string* takeNative() noexcept;
+    void setNative(std::string* newNative) noexcept;
 
     // A null text pointer stands for the empty text: default construction and
     // moves then cost no allocation, and a moved-from path stays usable.
     String* text = nullptr;
-    mutable std::string* nativeCache = nullptr;
+    // The native form; null while it is the composed UTF-8 of the text and has
+    // not been asked for yet. Set once by a const call (atomically, so that
+    // readers on other threads see a whole string), changed otherwise only by
+    // the non-const members.
+    mutable std::atomic<std::string*> native{nullptr};
 };
 
 /// Exchanges two paths.
@@ -167,7 +198,8 @@ KELVO_FILESYSTEM_API Path operator+(Path const& a, Path const& b);
 /// @returns the concatenation, reusing the text of `a`, which is left empty.
 KELVO_FILESYSTEM_API Path operator+(Path&& a, Path const& b);
 
-/// Tolerant equality: letter case and Unicode composition are ignored.
+/// Tolerant equality: letter case and Unicode composition are ignored. Two
+/// paths with the same native bytes are equal at once.
 KELVO_FILESYSTEM_API bool operator==(Path const& a, Path const& b);
 KELVO_FILESYSTEM_API bool operator!=(Path const& a, Path const& b);
 /// The text is normalised as a path is (backslashes become "/") first.
@@ -175,6 +207,8 @@ KELVO_FILESYSTEM_API bool operator==(Path const& a, kelvo::unicode::String const
 KELVO_FILESYSTEM_API bool operator==(kelvo::unicode::String const& a, Path const& b);
 KELVO_FILESYSTEM_API bool operator==(Path const& a, char const* utf8);
 KELVO_FILESYSTEM_API bool operator==(char const* utf8, Path const& b);
+KELVO_FILESYSTEM_API bool operator==(Path const& a, std::string const& utf8);
+KELVO_FILESYSTEM_API bool operator==(std::string const& utf8, Path const& b);
 /// The text is compared as it stands: backslashes are not turned into "/",
 /// so "a/b" is both equal and unequal to "a\b". Kept as it is because
 /// existing callers depend on both answers.
@@ -182,6 +216,8 @@ KELVO_FILESYSTEM_API bool operator!=(Path const& a, kelvo::unicode::String const
 KELVO_FILESYSTEM_API bool operator!=(kelvo::unicode::String const& a, Path const& b);
 KELVO_FILESYSTEM_API bool operator!=(Path const& a, char const* utf8);
 KELVO_FILESYSTEM_API bool operator!=(char const* utf8, Path const& b);
+KELVO_FILESYSTEM_API bool operator!=(Path const& a, std::string const& utf8);
+KELVO_FILESYSTEM_API bool operator!=(std::string const& utf8, Path const& b);
 /// Tolerant ordering; see `kelvo_private::filesystem::compare`.
 KELVO_FILESYSTEM_API bool operator<(Path const& a, Path const& b);
 KELVO_FILESYSTEM_API bool operator<=(Path const& a, Path const& b);

@@ -93,6 +93,10 @@ dirent* readDirectory(DIR* stream) noexcept { return ::readdir(stream); }
 
 void closeDirectory(DIR* stream) noexcept { ::closedir(stream); }
 
+long tellDirectory(DIR* stream) noexcept { return ::telldir(stream); }
+
+void seekDirectory(DIR* stream, long position) noexcept { ::seekdir(stream, position); }
+
 bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept
 {
 #if defined(KELVO_HAS_DIRENT_D_TYPE)

@@ -58,6 +58,14 @@ dirent* readDirectory(DIR* stream) noexcept;
 /// Closes the open `stream` (never null) with `closedir`.
 void closeDirectory(DIR* stream) noexcept;
 
+/// @returns the position of `stream` with `telldir`, for `seekDirectory`;
+/// -1 on failure.
+long tellDirectory(DIR* stream) noexcept;
+
+/// Moves `stream` back to a `position` that `tellDirectory` gave, with
+/// `seekdir`, so that the next read yields the entry that followed it.
+void seekDirectory(DIR* stream, long position) noexcept;
+
 /// Tells whether the listed `entry`, whose full path is `path`, is itself a
 /// symbolic link: from the type the listing reported when it reported one,
 /// else from an `lstat` of `path`.
