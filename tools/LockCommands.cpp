@@ -5,65 +5,10 @@
 #include <cstring>
 #include <iostream>
 
-#include <sys/types.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 namespace kelvo::tool {
 
 using kelvo::filesystem::FileLock;
 using kelvo::filesystem::Path;
-
-namespace {
-
-// The shell's conventions for a command that could not be started.
-constexpr int kExitCommandNotFound = 127;
-constexpr int kExitCommandNotExecutable = 126;
-constexpr int kExitSignalBase = 128;
-
-/// Runs `command` (searched in PATH) with this process's standard streams and
-/// waits for it.
-/// @returns its exit status, 128 plus the signal number when a signal ended
-/// it, 126 or 127 when it could not be started, or -1 when no process could
-/// be made.
-int runAndWait(std::vector<std::string> const& command)
-{
-    std::vector<char*> arguments;
-    arguments.reserve(command.size() + 1);
-    for (std::string const& argument : command)
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    arguments.push_back(nullptr);
-
-    std::cout.flush();
-    std::cerr.flush();
-    pid_t child = ::fork();
-    if (child < 0)
-        return -1;
-    if (child == 0) {
-        // The child inherits the lock's descriptor. That is harmless: the lock
-        // belongs to the open file, which this process keeps open until it
-        // exits, so the child's exit cannot release it.
-        ::execvp(arguments[0], arguments.data());
-        int error = errno;
-        std::string message = "kelvo-fs lock: cannot run '" + command[0] + "': " + std::strerror(error) + "\n";
-        ssize_t ignored = ::write(STDERR_FILENO, message.data(), message.size());
-        (void)ignored;
-        ::_exit(error == ENOENT ? kExitCommandNotFound : kExitCommandNotExecutable);
-    }
-
-    int waitStatus = 0;
-    while (::waitpid(child, &waitStatus, 0) < 0) {
-        if (errno != EINTR)
-            return -1;
-    }
-    if (WIFEXITED(waitStatus))
-        return WEXITSTATUS(waitStatus);
-    if (WIFSIGNALED(waitStatus))
-        return kExitSignalBase + WTERMSIG(waitStatus);
-    return -1;
-}
-
-} // namespace
 
 int runLock(Invocation const& invocation)
 {
@@ -86,7 +31,7 @@ int runLock(Invocation const& invocation)
         return failure(invocation, text + ": cannot be locked (it cannot be opened for reading and writing, "
                                           "or another holder took it first)");
 
-    int status = runAndWait(invocation.afterSeparator);
+    int status = runCommand(invocation, invocation.afterSeparator);
     if (status < 0)
         return failure(invocation, std::string("cannot run the command: ") + std::strerror(errno));
     return status;

@@ -22,6 +22,11 @@ constexpr char kToolUsage[] =
     "  lock FILE -- COMMAND...  run COMMAND while holding a lock on FILE\n"
     "  locked FILE              tell whether FILE is locked\n"
     "  cwd                      print the current directory\n"
+    "  mutex FILE -- COMMAND... run COMMAND while holding the file mutex FILE\n"
+    "  tmp                      print the system's and the current temporary directory\n"
+    "  tmpdir PREFIX -- COMMAND...\n"
+    "                           run COMMAND with TMPDIR set to a fresh private\n"
+    "                           directory, deleted afterwards\n"
     "  demo                     take a short tour of the library\n"
     "\n"
     "Exit status: 0 success, 1 a negative answer or a failure, 2 bad usage.\n"
@@ -74,11 +79,50 @@ constexpr char kCurrentDirectoryUsage[] =
     "Usage: kelvo-fs cwd\n"
     "Prints the current directory. Exit status 1 when it cannot be found.\n";
 
+constexpr char kMutexUsage[] =
+    "Usage: kelvo-fs mutex FILE [--stale-after SECONDS] -- COMMAND [ARGUMENT...]\n"
+    "Takes the file mutex FILE (a 4-byte file naming its owner process), runs\n"
+    "COMMAND (searched in PATH, with this command's standard streams), waits for\n"
+    "it and releases the mutex. While another process holds FILE it waits,\n"
+    "trying every 100 ms, and says so when standard error is a terminal. While\n"
+    "COMMAND runs, FILE is rewritten regularly so that it stays fresh. A FILE\n"
+    "not rewritten for more than SECONDS whole seconds (default 30) is taken to\n"
+    "be abandoned and is taken over.\n"
+    "Exit status: that of COMMAND (128 plus the signal number when a signal ended\n"
+    "it, 126 or 127 when it could not be started); 1 without running COMMAND when\n"
+    "FILE cannot be written or read.\n";
+
+constexpr char kTemporaryDirectoriesUsage[] =
+    "Usage: kelvo-fs tmp\n"
+    "Prints the system's temporary directory (from TMPDIR, TMP, TEMP or TEMPDIR,\n"
+    "the first that is set, else /tmp) and the current one, one a line:\n"
+    "\"system: DIR\" and \"current: DIR\".\n";
+
+constexpr char kInTemporaryDirectoryUsage[] =
+    "Usage: kelvo-fs tmpdir PREFIX [--max-age SECONDS] -- COMMAND [ARGUMENT...]\n"
+    "Deletes what earlier runs left in the temporary directory: every entry whose\n"
+    "name begins with PREFIX and that was last modified more than SECONDS ago\n"
+    "(default 86400, one day), with everything in it. Then creates a fresh\n"
+    "directory named PREFIX followed by a random number, runs COMMAND with TMPDIR\n"
+    "set to it, waits for it and deletes the directory with everything in it.\n"
+    "PREFIX is made of letters, digits, '-' and '_'. Choose SECONDS longer than\n"
+    "any run: a directory older than that is deleted by the next run, even while\n"
+    "its command still uses it. A run that is killed leaves its directory for a\n"
+    "later run to delete.\n"
+    "Exit status: that of COMMAND (128 plus the signal number when a signal ended\n"
+    "it, 126 or 127 when it could not be started); 1 without running COMMAND when\n"
+    "the directory cannot be created.\n";
+
 constexpr char kDemoUsage[] =
     "Usage: kelvo-fs demo\n"
     "Takes a short tour of the library: normalisation, comparison, decomposition\n"
     "and iteration of sample paths, then files made, listed, locked and removed\n"
-    "in a private directory under $TMPDIR (or /tmp).\n";
+    "in a private directory under $TMPDIR (or /tmp), and a private temporary\n"
+    "directory with a file mutex in it, deleted at the end.\n";
+
+// The options that take a value, for the commands that have any.
+constexpr char const* kMutexOptions[] = {"--stale-after", nullptr};
+constexpr char const* kInTemporaryDirectoryOptions[] = {"--max-age", nullptr};
 
 struct Command {
     char const* name;
@@ -87,6 +131,8 @@ struct Command {
     /// The options the command takes besides --help, separated by spaces
     /// (" --native "), or null for none.
     char const* options = nullptr;
+    /// Null, or the names of the options that take a value, ended by null.
+    char const* const* valueOptions = nullptr;
 };
 
 /// @returns true when `argument` is one of the `options` of a command.
@@ -107,11 +153,29 @@ constexpr Command kCommands[] = {
     {"locked", kLockedUsage, kelvo::tool::runLocked},
     {"cwd", kCurrentDirectoryUsage, kelvo::tool::runCurrentDirectory},
     {"demo", kDemoUsage, kelvo::tool::runDemo},
+    {"mutex", kMutexUsage, kelvo::tool::runMutex, nullptr, kMutexOptions},
+    {"tmp", kTemporaryDirectoriesUsage, kelvo::tool::runTemporaryDirectories},
+    {"tmpdir", kInTemporaryDirectoryUsage, kelvo::tool::runInTemporaryDirectory, nullptr,
+     kInTemporaryDirectoryOptions},
 };
 
 bool isHelpOption(char const* argument)
 {
     return std::strcmp(argument, "--help") == 0 || std::strcmp(argument, "-h") == 0;
+}
+
+/// @returns the length of the name of the value option of `command` that
+/// `argument` gives ("--max-age" or "--max-age=..."), or 0 when it gives none.
+std::size_t valueOptionLength(Command const& command, char const* argument)
+{
+    if (command.valueOptions == nullptr)
+        return 0;
+    for (char const* const* option = command.valueOptions; *option != nullptr; ++option) {
+        std::size_t const length = std::strlen(*option);
+        if (std::strncmp(argument, *option, length) == 0 && (argument[length] == '\0' || argument[length] == '='))
+            return length;
+    }
+    return 0;
 }
 
 /// Splits the arguments of `command`, runs it and returns its exit status.
@@ -133,6 +197,17 @@ int dispatch(Command const& command, int argc, char** argv)
         }
         if (isCommandOption(command.options, argument)) {
             invocation.options.emplace_back(argument);
+            continue;
+        }
+        if (std::size_t const length = valueOptionLength(command, argument)) {
+            std::string const name(argument, length);
+            if (argument[length] == '=') {
+                invocation.optionValues[name] = argument + length + 1;
+                continue;
+            }
+            if (i + 1 >= argc)
+                return kelvo::tool::badUsage(invocation, "option " + name + " needs a value");
+            invocation.optionValues[name] = argv[++i];
             continue;
         }
         if (argument[0] == '-' && argument[1] != '\0')

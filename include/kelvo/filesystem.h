@@ -8,6 +8,7 @@
 
 #include <kelvo/filesystem/DirectoryIterator.h>
 #include <kelvo/filesystem/FileLock.h>
+#include <kelvo/filesystem/FileMutex.h>
 #include <kelvo/filesystem/FileStatus.h>
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
