@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <sstream>
@@ -289,6 +290,50 @@ TEST_F(ToolTemporaryCommandsTest, MutexWaitsForAnotherHolder)
     EXPECT_GE(finished - start, 400000);
     EXPECT_GE(finished, released.load());
     EXPECT_FALSE(existsByDirectProbe(at("m")));
+}
+
+TEST_F(ToolTemporaryCommandsTest, MutexSaysOnATerminalThatItWaits)
+{
+    // Standard error on a pseudo-terminal: the tool says that it waits.
+    int const master = ::posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    ASSERT_EQ(::grantpt(master), 0);
+    ASSERT_EQ(::unlockpt(master), 0);
+    std::string const terminal = ::ptsname(master);
+    FileMutex held(Path(at("m")), std::chrono::seconds(30));
+    ASSERT_TRUE(held.try_lock());
+    std::string const file = at("m");
+    pid_t const child = ::fork();
+    if (child == 0) {
+        int const slave = ::open(terminal.c_str(), O_RDWR | O_NOCTTY);
+        int const quiet = ::open("/dev/null", O_RDWR);
+        if (slave < 0 || quiet < 0)
+            ::_exit(125);
+        ::dup2(slave, STDERR_FILENO);
+        ::dup2(quiet, STDOUT_FILENO);
+        ::dup2(quiet, STDIN_FILENO);
+        ::execl(kToolPath, kToolPath, "mutex", file.c_str(), "--", "true", static_cast<char*>(nullptr));
+        ::_exit(124);
+    }
+    ASSERT_GT(child, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    held.unlock();
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    std::string said;
+    pollfd ready = {master, POLLIN, 0};
+    while (::poll(&ready, 1, 200) > 0) {
+        char buffer[512];
+        ssize_t const got = ::read(master, buffer, sizeof buffer);
+        if (got <= 0)
+            break;
+        said.append(buffer, static_cast<std::size_t>(got));
+    }
+    ::close(master);
+    EXPECT_NE(said.find("kelvo-fs mutex: waiting for " + file + ", which another process holds..."),
+              std::string::npos)
+        << said;
 }
 
 TEST_F(ToolTemporaryCommandsTest, MutexTakesOverAStaleFile)
