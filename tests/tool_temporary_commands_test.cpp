@@ -72,17 +72,30 @@ void drain(int outFd, int errFd, std::string& out, std::string& err)
     }
 }
 
+/// @returns true when the environment entry `entry` ("NAME=value") sets
+/// one of the variables `names` (given as "NAME=" prefixes).
+bool setsOneOf(char const* entry, std::vector<std::string> const& names)
+{
+    for (std::string const& name : names) {
+        if (std::strncmp(entry, name.c_str(), name.size()) == 0)
+            return true;
+    }
+    return false;
+}
+
 /// Runs the tool with `arguments` and this process's environment without the
 /// four temporary-directory variables, plus `environment` ("NAME=value"
-/// entries), capturing its standard output and error.
+/// entries, which replace those of the same names), capturing its standard
+/// output and error.
 ToolRun runTool(std::vector<std::string> const& arguments, std::vector<std::string> const& environment = {})
 {
     ToolRun run;
+    std::vector<std::string> replaced = {"TMPDIR=", "TMP=", "TEMP=", "TEMPDIR="};
+    for (std::string const& entry : environment)
+        replaced.push_back(entry.substr(0, entry.find('=') + 1));
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        bool const temporary = std::strncmp(*entry, "TMPDIR=", 7) == 0 || std::strncmp(*entry, "TMP=", 4) == 0
-            || std::strncmp(*entry, "TEMP=", 5) == 0 || std::strncmp(*entry, "TEMPDIR=", 8) == 0;
-        if (!temporary)
+        if (!setsOneOf(*entry, replaced))
             entries.emplace_back(*entry);
     }
     entries.insert(entries.end(), environment.begin(), environment.end());
@@ -263,7 +276,9 @@ TEST_F(ToolTemporaryCommandsTest, MutexPassesOnTheCommandsExitStatus)
     EXPECT_EQ(run.exitStatus, 3);
     EXPECT_FALSE(existsByDirectProbe(at("m")));
 
-    ToolRun missing = runTool({"mutex", at("m"), "--", "kelvo-no-such-command-here"});
+    // A PATH of searchable directories only: an unreadable one would make the
+    // search fail with "permission denied" (126) for an ordinary user.
+    ToolRun missing = runTool({"mutex", at("m"), "--", "kelvo-no-such-command-here"}, {"PATH=/usr/bin:/bin"});
     EXPECT_EQ(missing.exitStatus, 127);
     EXPECT_NE(missing.err.find("kelvo-fs mutex: cannot run 'kelvo-no-such-command-here'"), std::string::npos)
         << missing.err;
@@ -433,7 +448,8 @@ TEST_F(ToolTemporaryCommandsTest, TmpdirPassesOnTheCommandsExitStatus)
 {
     ToolRun run = runTool({"tmpdir", "job-", "--", "sh", "-c", "exit 4"}, scratchAsTemporary());
     EXPECT_EQ(run.exitStatus, 4);
-    ToolRun missing = runTool({"tmpdir", "job-", "--", "kelvo-no-such-command-here"}, scratchAsTemporary());
+    ToolRun missing = runTool({"tmpdir", "job-", "--", "kelvo-no-such-command-here"},
+                              {"TMPDIR=" + scratch, "PATH=/usr/bin:/bin"});
     EXPECT_EQ(missing.exitStatus, 127);
     EXPECT_EQ(namesIn(scratch), std::set<std::string>{});
 }
