@@ -527,7 +527,7 @@ TEST_F(FileMutexTest, ForkingWhileAnotherThreadTakesAndReleasesNeverHangsTheChil
     for (int i = 0; i < 20; ++i) {
         std::string const file = at("child" + std::to_string(i));
         int const status = runInChild([&] {
-            ::alarm(20); // a child stuck on a mutex that nobody will release dies here
+            ::alarm(5); // a child stuck on a mutex that nobody will release dies here
             FileMutex mutex(Path(file), seconds(10));
             bool const took = mutex.try_lock();
             mutex.unlock();
