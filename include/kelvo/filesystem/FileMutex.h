@@ -24,6 +24,12 @@ namespace kelvo::filesystem {
 /// A holder keeps its lock fresh by calling `try_lock` again before
 /// `staleAfter` runs out. The object owns nothing on disk: destroying it
 /// neither unlocks nor removes the file.
+///
+/// Each `try_lock` and `unlock` holds an exclusive `flock` on the directory
+/// that contains the file for the few calls it makes, so that two processes
+/// of this library never both find the file absent or stale and both take
+/// it. Where that directory cannot be opened or locked, or another holder
+/// keeps such a lock for more than a second, the call goes on without it.
 class KELVO_FILESYSTEM_API FileMutex {
 public:
     /// Stores `path` and `staleAfter`; touches nothing on disk.
