@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -67,6 +68,14 @@ int badUsage(Invocation const& invocation, std::string const& message);
 /// Prints "kelvo-fs NAME: message" on standard error.
 /// @returns kExitNegative.
 int failure(Invocation const& invocation, std::string const& message);
+
+/// Runs `command` (searched in PATH) with this process's standard streams and
+/// environment and waits for it; a failure to start it is reported on
+/// standard error as "kelvo-fs NAME: cannot run ...".
+/// @returns its exit status, 128 plus the signal number when a signal ended
+/// it, 126 or 127 when it could not be started, or -1 (errno set) when no
+/// process could be made or waited for.
+int runCommand(Invocation const& invocation, std::vector<std::string> const& command);
 
 // ---- Formatting -------------------------------------------------------------
 
@@ -150,6 +159,9 @@ int runLock(Invocation const& invocation);
 int runLocked(Invocation const& invocation);
 int runCurrentDirectory(Invocation const& invocation);
 int runDemo(Invocation const& invocation);
+int runMutex(Invocation const& invocation);
+int runTemporaryDirectories(Invocation const& invocation);
+int runInTemporaryDirectory(Invocation const& invocation);
 
 // Usage texts of the path transformation commands.
 extern char const kResolveUsage[];

@@ -93,13 +93,54 @@ constexpr char kCurrentDirectoryUsage[] =
     "\n"
     "Exit status 1, with the reason, when it cannot be found.\n";
 
+constexpr char kMutexUsage[] =
+    "Usage: kelvo-fs mutex FILE [--stale-after SECONDS] -- COMMAND [ARGUMENT...]\n"
+    "Run COMMAND while holding the file mutex FILE.\n"
+    "\n"
+    "Takes the file mutex FILE (a 4-byte file naming its owner process), runs\n"
+    "COMMAND (searched in PATH, with this command's standard streams), waits for\n"
+    "it and releases the mutex. While another process holds FILE it waits,\n"
+    "trying every 100 ms, and says so when standard error is a terminal. While\n"
+    "COMMAND runs, FILE is rewritten regularly so that it stays fresh. A FILE\n"
+    "not rewritten for more than SECONDS whole seconds (default 30) is taken to\n"
+    "be abandoned and is taken over.\n"
+    "Exit status: that of COMMAND (128 plus the signal number when a signal ended\n"
+    "it, 126 or 127 when it could not be started); 1 without running COMMAND when\n"
+    "FILE cannot be written or read.\n";
+
+constexpr char kTemporaryDirectoriesUsage[] =
+    "Usage: kelvo-fs tmp\n"
+    "Print the system's and the current temporary directory.\n"
+    "\n"
+    "Prints the system's temporary directory (from TMPDIR, TMP, TEMP or TEMPDIR,\n"
+    "the first that is set, else /tmp) and the current one, one a line:\n"
+    "\"system: DIR\" and \"current: DIR\".\n";
+
+constexpr char kInTemporaryDirectoryUsage[] =
+    "Usage: kelvo-fs tmpdir PREFIX [--max-age SECONDS] -- COMMAND [ARGUMENT...]\n"
+    "Run COMMAND with TMPDIR set to a fresh private directory, deleted afterwards.\n"
+    "\n"
+    "Deletes what earlier runs left in the temporary directory: every entry whose\n"
+    "name begins with PREFIX and that was last modified more than SECONDS ago\n"
+    "(default 86400, one day), with everything in it. Then creates a fresh\n"
+    "directory named PREFIX followed by a random number, runs COMMAND with TMPDIR\n"
+    "set to it, waits for it and deletes the directory with everything in it.\n"
+    "PREFIX is made of letters, digits, '-' and '_'. Choose SECONDS longer than\n"
+    "any run: a directory older than that is deleted by the next run, even while\n"
+    "its command still uses it. A run that is killed leaves its directory for a\n"
+    "later run to delete.\n"
+    "Exit status: that of COMMAND (128 plus the signal number when a signal ended\n"
+    "it, 126 or 127 when it could not be started); 1 without running COMMAND when\n"
+    "the directory cannot be created.\n";
+
 constexpr char kDemoUsage[] =
     "Usage: kelvo-fs demo\n"
     "Take a short tour of the library.\n"
     "\n"
     "Takes a short tour of the library: normalisation, comparison, decomposition\n"
     "and iteration of sample paths, then files made, listed, locked and removed\n"
-    "in a private directory under $TMPDIR (or /tmp).\n";
+    "in a private directory under $TMPDIR (or /tmp), and a private temporary\n"
+    "directory with a file mutex in it, deleted at the end.\n";
 
 struct Command {
     char const* name;
@@ -126,6 +167,9 @@ constexpr Command kCommands[] = {
     {"elide", kelvo::tool::kElideUsage, kelvo::tool::runElide},
     {"glob", kelvo::tool::kGlobUsage, kelvo::tool::runGlob},
     {"fix-case", kelvo::tool::kFixCaseUsage, kelvo::tool::runFixCase},
+    {"mutex", kMutexUsage, kelvo::tool::runMutex},
+    {"tmp", kTemporaryDirectoriesUsage, kelvo::tool::runTemporaryDirectories},
+    {"tmpdir", kInTemporaryDirectoryUsage, kelvo::tool::runInTemporaryDirectory},
 };
 
 int runTool(int argc, char** argv)

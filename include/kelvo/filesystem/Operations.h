@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <string>
 
 namespace kelvo::filesystem {
@@ -159,6 +160,127 @@ KELVO_FILESYSTEM_API Path findSimilarName(Path const& path, bool checkAll);
 KELVO_FILESYSTEM_API bool correctFileCaseAndComposition(Path& path, bool checkAll);
 
 // ---- File operations ---------------------------------------------------------
+
+/// Makes the directory `path` (mode 0777 less the umask) after checking that
+/// it is not there already and that its length fits the system's limits.
+/// @returns true when something exists at `path` already (of any kind) or the
+/// directory was made; false when the length check or `mkdir` fails (a
+/// missing parent included), or when the native form holds a NUL byte.
+KELVO_FILESYSTEM_API bool createDirectory(Path const& path);
+
+/// Makes the directory `path` with no check of its own.
+/// @returns true iff `mkdir` succeeded (an existing directory gives false).
+KELVO_FILESYSTEM_API bool createDirectoryValidated(Path const& path);
+
+/// Makes `path` and every missing directory above it, top-most first.
+/// @returns true when `path` exists already (of any kind) or the whole chain
+/// was made; false at the first `mkdir` that fails, leaving what was made.
+KELVO_FILESYSTEM_API bool createDirectories(Path const& path);
+
+/// As `createDirectories` without the first check of `path` itself.
+/// @returns true iff the chain was made (a final "." or ".." makes nothing).
+KELVO_FILESYSTEM_API bool createDirectoriesValidated(Path const& path);
+
+/// Deletes the object at `path`: `rmdir` when, through its links, it is a
+/// directory, else the system's `remove`.
+/// @returns true iff it existed and was deleted; false for a missing path, a
+/// dangling link, a link to a directory and a non-empty directory.
+KELVO_FILESYSTEM_API bool remove(Path const& path);
+
+/// Deletes the empty directory `path` with `rmdir`.
+/// @returns true on success, false on failure.
+KELVO_FILESYSTEM_API bool removeDir(Path const& path);
+
+/// Deletes `path` and, when it is itself a directory, everything below it; a
+/// symbolic link is never descended into (the link alone goes).
+/// @returns true when everything was deleted; false at the first failure (a
+/// link to a directory or a dangling link in the tree stops it), leaving the
+/// rest in place.
+KELVO_FILESYSTEM_API bool removeAll(Path const& path);
+
+/// Deletes every entry below `directory`, depth first, then the directory.
+/// @returns true when all of it was deleted; false at the first failure, and
+/// for a path that is not a directory (nothing is listed, `rmdir` fails).
+KELVO_FILESYSTEM_API bool removeAllInDir(Path const& directory);
+
+/// Calls `action` with the full path of each entry of `directory` (not
+/// recursively) whose file name matches the glob `pattern`, until an action
+/// answers false.
+/// @returns false when `directory` is missing, not a directory or empty, or
+/// when an action answered false; true otherwise (an entry that does not
+/// match counts as a success).
+/// @throws std::bad_function_call at the first match when `action` is empty,
+/// std::regex_error for a pattern that is not a valid expression.
+KELVO_FILESYSTEM_API bool forEachMatching(Path const& directory, kelvo::unicode::String const& pattern,
+                                          std::function<bool(Path const&)> action);
+
+/// `forEachMatching` with `remove` as the action: matching subdirectories go
+/// only when empty.
+/// @returns as `forEachMatching`.
+KELVO_FILESYSTEM_API bool removeMatching(Path const& directory, kelvo::unicode::String const& pattern);
+
+/// `forEachMatching` with the decision of `removeAll` as the action.
+/// @returns as `forEachMatching`.
+KELVO_FILESYSTEM_API bool removeAllMatching(Path const& directory, kelvo::unicode::String const& pattern);
+
+/// Makes a symbolic link at `link` whose contents are `target`.
+/// @returns true iff `symlink` succeeded.
+KELVO_FILESYSTEM_API bool createSymbolicLink(Path const& target, Path const& link);
+
+/// Renames `from` to `to` with the system's `rename`.
+/// @returns true on success; false on failure, across file systems too.
+KELVO_FILESYSTEM_API bool rename(Path const& from, Path const& to);
+
+/// Copies the contents of the file `from` (following links) to `to`; a new
+/// file gets the source's access bits less the umask, an existing one is
+/// truncated and keeps its own mode. No time, owner or other attribute goes
+/// with it.
+/// @returns true when `to` exists after both files were closed; false when
+/// `failIfExists` is set and `to` exists, when `from` is a directory or
+/// cannot be opened, or when a write fails. A read error ends the copy as the
+/// end of the file does: the shortened copy is reported as a success.
+KELVO_FILESYSTEM_API bool copyFile(Path const& from, Path const& to, bool failIfExists);
+
+/// Makes at `to` a link to the canonical path that the link `from` resolves
+/// to (not the link's own, possibly relative, text).
+/// @returns true iff the new link was made; false when `from` is not a link
+/// to the library's status classification, when `to` exists and
+/// `failIfExists` is set or it cannot be removed, or when `from` resolves to
+/// itself.
+KELVO_FILESYSTEM_API bool copySymbolicLink(Path const& from, Path const& to, bool failIfExists);
+
+/// Copies the directory `from` (following links) to the new directory `to`:
+/// files by contents, links as what they name, subdirectories with their
+/// contents when `recursive` is set, else as empty directories. A failing
+/// entry does not stop the copy.
+/// @returns true when every entry was copied; false when `from` is missing or
+/// not a directory, when `to` exists already, or when any entry failed.
+KELVO_FILESYSTEM_API bool copyDirectory(Path const& from, Path const& to, bool recursive);
+
+/// Copies `from` (following links) to `to`, never overwriting: a directory
+/// with everything below it, anything else as a file.
+/// @returns the result of the copy made.
+KELVO_FILESYSTEM_API bool copy(Path const& from, Path const& to);
+
+/// Moves `from` to `to`: a rename, else (across file systems) a copy that
+/// never overwrites followed by the removal of the source.
+/// @returns true when renamed, or copied and removed; false when the copy
+/// failed (the source is untouched) or the removal failed.
+KELVO_FILESYSTEM_API bool move(Path const& from, Path const& to);
+
+/// Compares the contents of two files (following links).
+/// @returns false when their sizes differ (a missing file has size -1) or
+/// their bytes differ; true when they are the same, and also when the sizes
+/// agree but a file cannot be opened (two missing paths compare equal).
+KELVO_FILESYSTEM_API bool compareFiles(Path const& a, Path const& b);
+
+/// Compares two trees: the same names (compared as paths are: ignoring case
+/// and composition) of the same kinds (following links), files of the same
+/// contents, directories compared alike.
+/// @returns false when either path is missing or any name, kind or file
+/// differs; true otherwise (two existing non-directories list nothing and
+/// compare equal).
+KELVO_FILESYSTEM_API bool compareDirectories(Path const& a, Path const& b);
 
 // ---- Streams ---------------------------------------------------------------
 

@@ -1,0 +1,129 @@
+// The operating-system calls behind directory creation, removal, copy, move, links and comparison: thin POSIX wrappers working relative to directory descriptors, reached through one replaceable table.
+#ifndef KELVO_SRC_FILESYSTEM_POSIX_TREE_H
+#define KELVO_SRC_FILESYSTEM_POSIX_TREE_H
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+// As with the other wrappers: NUL-terminated native bytes in, one call, a plain
+// value out; errno is left as the failing call set it, and nothing is retried.
+// Every descriptor opened here is close-on-exec.
+namespace kelvo::filesystem::posix {
+
+/// The descriptor that stands for the working directory in the `...At` calls.
+inline constexpr int kWorkingDirectory = AT_FDCWD;
+
+/// The system calls the wrappers below make, one pointer each. The library
+/// only reads the table; a test may put its own function in place of one (a
+/// read that fails half-way, a write that runs out of space) and must put the
+/// real one back. Every entry starts as the system's own call.
+struct TreeCalls {
+    int (*openAt)(int directory, char const* name, int flags, mode_t mode);
+    int (*statAt)(int directory, char const* name, struct stat* information, int flags);
+    int (*statDescriptor)(int descriptor, struct stat* information);
+    int (*unlinkAt)(int directory, char const* name, int flags);
+    int (*makeDirectoryAt)(int directory, char const* name, mode_t mode);
+    int (*removeDirectory)(char const* path);
+    int (*removeObject)(char const* path);
+    int (*rename)(char const* from, char const* to);
+    int (*symbolicLink)(char const* target, char const* link);
+    ssize_t (*read)(int descriptor, void* buffer, std::size_t count);
+    ssize_t (*write)(int descriptor, void const* buffer, std::size_t count);
+    int (*close)(int descriptor);
+    ssize_t (*copyRange)(int from, int to, std::size_t count);
+    DIR* (*openDirectoryStream)(int descriptor);
+    dirent* (*readDirectory)(DIR* stream);
+    int (*closeDirectoryStream)(DIR* stream);
+};
+
+/// @returns the table every wrapper of this file calls through.
+TreeCalls& treeCalls() noexcept;
+
+/// @returns a table holding the system's own calls, to restore from.
+TreeCalls const& systemTreeCalls() noexcept;
+
+/// What the wrappers read of an object's status.
+struct ObjectInformation {
+    std::uint32_t mode = 0; ///< the whole `st_mode`
+    std::int64_t size = 0;  ///< `st_size`, in bytes
+};
+
+/// Opens `name` relative to the descriptor `directory` with `openat`, `flags`
+/// (close-on-exec added) and the creation `mode`.
+/// @returns the new descriptor, or -1 on failure.
+int openAt(int directory, char const* name, int flags, std::uint32_t mode = 0) noexcept;
+
+/// Reads the status of `name` relative to `directory` with `fstatat`,
+/// following a final link when `follow` is true.
+/// @returns true and fills `information` on success; false on failure.
+bool statAt(int directory, char const* name, bool follow, ObjectInformation& information) noexcept;
+
+/// Reads the status of the open `descriptor` with `fstat`.
+/// @returns true and fills `information` on success; false on failure.
+bool statDescriptor(int descriptor, ObjectInformation& information) noexcept;
+
+/// Deletes `name` relative to `directory` with `unlinkat`: an empty directory
+/// when `isDirectory` is true (as `rmdir` does), else any other object.
+/// @returns true on success, false on failure.
+bool unlinkAt(int directory, char const* name, bool isDirectory) noexcept;
+
+/// Makes the directory `name` relative to `directory` with `mkdirat`.
+/// @returns true on success, false on failure.
+bool makeDirectoryAt(int directory, char const* name, std::uint32_t mode) noexcept;
+
+/// Deletes the empty directory `path` with `rmdir`.
+/// @returns true on success, false on failure.
+bool removeDirectory(char const* path) noexcept;
+
+/// Deletes the non-directory `path` (a link itself, not what it names) with
+/// the C library's `remove`.
+/// @returns true on success, false on failure.
+bool removeObject(char const* path) noexcept;
+
+/// Renames `from` to `to` with `rename`.
+/// @returns true on success; false on failure (across file systems too).
+bool renameObject(char const* from, char const* to) noexcept;
+
+/// Makes a symbolic link at `link` holding `target` with `symlink`.
+/// @returns true on success, false on failure.
+bool makeSymbolicLink(char const* target, char const* link) noexcept;
+
+/// Reads up to `count` bytes of `descriptor` into `buffer` with one `read`.
+/// @returns the count read, 0 at the end, -1 on failure.
+long readSome(int descriptor, void* buffer, std::size_t count) noexcept;
+
+/// Writes up to `count` bytes of `buffer` to `descriptor` with one `write`.
+/// @returns the count written, or -1 on failure.
+long writeSome(int descriptor, void const* buffer, std::size_t count) noexcept;
+
+/// Closes `descriptor` with `close`, once (never retried: after an
+/// interrupted close the number may already name another thread's file).
+/// @returns true when `close` returned 0.
+bool closeObject(int descriptor) noexcept;
+
+/// Copies up to `count` bytes from the current offset of `from` to that of
+/// `to` inside the kernel with `copy_file_range`, where the system has it.
+/// @returns the count copied, 0 at the end of `from`, -1 on failure or where
+/// the system cannot copy in the kernel (the caller then reads and writes).
+long copyRange(int from, int to, std::size_t count) noexcept;
+
+/// Starts a listing of the open directory `descriptor` with `fdopendir`; the
+/// stream owns the descriptor from then on. On failure the descriptor is
+/// closed here, so that it is owned by exactly one party either way.
+/// @returns the stream, or null on failure.
+DIR* openDirectoryStream(int descriptor) noexcept;
+
+/// Reads the next entry of `stream` with `readdir`.
+/// @returns the entry, valid until the next read; null at the end or on error.
+dirent* readDirectoryStream(DIR* stream) noexcept;
+
+/// Closes `stream` (never null) and its descriptor with `closedir`.
+void closeDirectoryStream(DIR* stream) noexcept;
+
+} // namespace kelvo::filesystem::posix
+
+#endif
