@@ -256,6 +256,14 @@ TEST(NativeFormPieces, JoiningAppendingAndReplacingTheExtensionJoinTheBytes)
     EXPECT_EQ((Path(String(U"e\u0301")) / Path(String(U"a\u0301"))).nativeString(), "\xC3\xA9/\xC3\xA1");
 
     EXPECT_EQ((dir + name).nativeString(), kNFD + kInvalid + ".t\xC3\xA9x");
+    // Pieces made from code points are joined as they are, even where the
+    // joined text would compose.
+    EXPECT_EQ((Path(String(U"e")) + Path(String(U"\u0301"))).nativeString(), "e\xCC\x81");
+    Path mark(String(U"e"));
+    mark += Path(String(U"\u0301"));
+    EXPECT_EQ(mark.nativeString(), "e\xCC\x81");
+    EXPECT_EQ(mark.string(), String(U"e\u0301"));
+    EXPECT_EQ((Path(String(U"e")) + Path(String(U"x"))).nativeString(), "ex");
     Path appended(kNFC);
     appended += Path(kInvalid);
     EXPECT_EQ(appended.nativeString(), kNFC + kInvalid);

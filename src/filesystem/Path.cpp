@@ -412,11 +412,25 @@ Path& Path::operator/=(Path const& rhs)
     return *this;
 }
 
+namespace {
+
+// Whether joining the native forms of two texts with nothing between them
+// could differ from composing the joined text: only when the right one starts
+// with a code point that can combine with what comes before it (none below
+// U+0300 can).
+bool mayComposeAcross(Path const& rhs) noexcept
+{
+    String const& r = PathNativeAccess::text(rhs);
+    return !r.empty() && r.front() >= 0x300;
+}
+
+} // namespace
+
 Path& Path::operator+=(Path const& rhs)
 {
     std::string const* const rightNative = rhs.native.load(std::memory_order_acquire);
     OwnedNative joined;
-    if (rightNative != nullptr || native.load(std::memory_order_relaxed) != nullptr) {
+    if (rightNative != nullptr || native.load(std::memory_order_relaxed) != nullptr || mayComposeAcross(rhs)) {
         joined = newNative();
         joined->assign(nativeReference());
         joined->append(PathNativeAccess::native(rhs));
@@ -475,7 +489,8 @@ Path operator+(Path const& a, Path const& b)
     joined->append(b.string());
     detail::fixStuff(*joined);
     OwnedNative joinedNative;
-    if (a.native.load(std::memory_order_acquire) != nullptr || b.native.load(std::memory_order_acquire) != nullptr) {
+    if (a.native.load(std::memory_order_acquire) != nullptr || b.native.load(std::memory_order_acquire) != nullptr
+        || mayComposeAcross(b)) {
         std::string const& left = a.nativeReference();
         std::string const& right = b.nativeReference();
         joinedNative = newNative();
