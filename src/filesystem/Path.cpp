@@ -96,6 +96,17 @@ OwnedText textFromUTF8(char const* data, std::size_t size)
     return owned;
 }
 
+// The native form of a path made from `size` bytes at `data` whose text is
+// `text`: marked plain when the bytes are ASCII (the text then has as many
+// code points as there are bytes, since any other byte decodes with others
+// into fewer code points or stands for itself as an escape above ASCII).
+std::string* keptBytes(char const* data, std::size_t size, String const& text)
+{
+    std::string* const bytes = nativeFromBytes(data, size).release();
+    bool const ascii = text.size() == size && kelvo::unicode::detail::isASCII(data, size);
+    return ascii ? PathNativeAccess::markedPlain(bytes) : bytes;
+}
+
 // @returns a copy of `native` from the store, or null for null.
 OwnedNative copyOf(std::string const* native)
 {
@@ -193,7 +204,7 @@ Path PathNativeAccess::fromPiece(Path const& source, char32_t const* first, std:
     if (size == 0)
         return Path();
     String const& s = text(source);
-    std::string const* const sourceNative = nativeIfMade(source);
+    std::string const* const sourceNative = nativeToCarry(source);
     OwnedText owned = newText();
     owned->append(first, size);
     if (sourceNative == nullptr || first < s.data() || first + size > s.data() + s.size())
@@ -212,7 +223,7 @@ Path::Path(Path const& other)
     if (!other.empty()) {
         OwnedText owned = newText();
         owned->assign(*other.text);
-        OwnedNative copy = copyOf(other.native.load(std::memory_order_acquire));
+        OwnedNative copy = copyOf(PathNativeAccess::nativeToCarry(other));
         text = owned.release();
         native.store(copy.release(), std::memory_order_relaxed);
     }
@@ -257,7 +268,7 @@ Path::Path(std::string const& utf8)
         return;
     OwnedText owned = textFromUTF8(utf8.data(), utf8.size());
     if (kNativeKeepsBytes)
-        native.store(nativeFromBytes(utf8.data(), utf8.size()).release(), std::memory_order_relaxed);
+        native.store(keptBytes(utf8.data(), utf8.size(), *owned), std::memory_order_relaxed);
     text = owned.release();
 }
 
@@ -268,14 +279,14 @@ Path::Path(char const* utf8)
     std::size_t const size = std::strlen(utf8);
     OwnedText owned = textFromUTF8(utf8, size);
     if (kNativeKeepsBytes)
-        native.store(nativeFromBytes(utf8, size).release(), std::memory_order_relaxed);
+        native.store(keptBytes(utf8, size, *owned), std::memory_order_relaxed);
     text = owned.release();
 }
 
 Path::~Path()
 {
     detail::releaseText(text);
-    detail::releaseNative(native.load(std::memory_order_relaxed));
+    detail::releaseNative(PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));
 }
 
 std::string* Path::takeNative() noexcept
@@ -287,7 +298,7 @@ std::string* Path::takeNative() noexcept
 
 void Path::setNative(std::string* newNative) noexcept
 {
-    detail::releaseNative(native.load(std::memory_order_relaxed));
+    detail::releaseNative(PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));
     native.store(newNative, std::memory_order_relaxed);
 }
 
@@ -297,7 +308,7 @@ Path& Path::operator=(Path const& other)
         if (other.empty()) {
             clear();
         } else {
-            OwnedNative copy = copyOf(other.native.load(std::memory_order_acquire));
+            OwnedNative copy = copyOf(PathNativeAccess::nativeToCarry(other));
             mutableText() = *other.text;
             setNative(copy.release());
         }
@@ -339,7 +350,7 @@ String const& Path::string() const noexcept { return text ? *text : emptyString(
 
 std::string const& Path::nativeReference() const
 {
-    std::string const* const made = native.load(std::memory_order_acquire);
+    std::string const* const made = PathNativeAccess::unmarked(native.load(std::memory_order_acquire));
     if (made != nullptr)
         return *made;
     return makeNative();
@@ -355,7 +366,7 @@ std::string const& Path::makeNative() const
     // kept and this one goes back to the store.
     if (native.compare_exchange_strong(expected, made.get(), std::memory_order_acq_rel, std::memory_order_acquire))
         return *made.release();
-    return *expected;
+    return *PathNativeAccess::unmarked(expected);
 }
 
 std::string Path::nativeString() const { return nativeReference(); }
@@ -380,7 +391,8 @@ void Path::appendSeparator()
     String& s = mutableText();
     if (!s.empty() && s.back() == kSeparator)
         return;
-    std::string* const n = native.load(std::memory_order_relaxed);
+    // A plain form stays plain: a separator is ASCII.
+    std::string* const n = PathNativeAccess::unmarked(native.load(std::memory_order_relaxed));
     if (n != nullptr)
         n->reserve(n->size() + 1);
     s.push_back(kSeparator);
@@ -398,10 +410,11 @@ Path& Path::operator/=(Path const& rhs)
         return *this;
     if (empty())
         return *this = rhs;
-    std::string const* const rightNative = rhs.native.load(std::memory_order_acquire);
-    if (rightNative == nullptr && native.load(std::memory_order_relaxed) == nullptr) {
-        // Both native forms are still the composed text, and so is the join's.
+    if (PathNativeAccess::nativeToCarry(rhs) == nullptr && PathNativeAccess::nativeToCarry(*this) == nullptr) {
+        // Both native forms are the composed text, and so is the join's, made
+        // on first use.
         appendJoined(*text, *rhs.text);
+        setNative(nullptr);
         return *this;
     }
     OwnedNative joined = newNative();
@@ -428,9 +441,9 @@ bool mayComposeAcross(Path const& rhs) noexcept
 
 Path& Path::operator+=(Path const& rhs)
 {
-    std::string const* const rightNative = rhs.native.load(std::memory_order_acquire);
     OwnedNative joined;
-    if (rightNative != nullptr || native.load(std::memory_order_relaxed) != nullptr || mayComposeAcross(rhs)) {
+    if (PathNativeAccess::nativeToCarry(rhs) != nullptr || PathNativeAccess::nativeToCarry(*this) != nullptr
+        || mayComposeAcross(rhs)) {
         joined = newNative();
         joined->assign(nativeReference());
         joined->append(PathNativeAccess::native(rhs));
@@ -461,7 +474,7 @@ Path operator/(Path const& a, Path const& b)
     joined->append(*a.text);
     appendJoined(*joined, *b.text);
     OwnedNative joinedNative;
-    if (a.native.load(std::memory_order_acquire) != nullptr || b.native.load(std::memory_order_acquire) != nullptr) {
+    if (PathNativeAccess::nativeToCarry(a) != nullptr || PathNativeAccess::nativeToCarry(b) != nullptr) {
         std::string const& left = a.nativeReference();
         std::string const& right = b.nativeReference();
         joinedNative = newNative();
@@ -489,7 +502,7 @@ Path operator+(Path const& a, Path const& b)
     joined->append(b.string());
     detail::fixStuff(*joined);
     OwnedNative joinedNative;
-    if (a.native.load(std::memory_order_acquire) != nullptr || b.native.load(std::memory_order_acquire) != nullptr
+    if (PathNativeAccess::nativeToCarry(a) != nullptr || PathNativeAccess::nativeToCarry(b) != nullptr
         || mayComposeAcross(b)) {
         std::string const& left = a.nativeReference();
         std::string const& right = b.nativeReference();

@@ -59,7 +59,7 @@ Path pieceOf(PathIteratorExtractorFunc& func, Iterator first, Iterator last)
     if (func.path == nullptr)
         return PathNativeAccess::fromPiece(piece, size);
     String const& s = PathNativeAccess::text(*func.path);
-    std::string const* const native = PathNativeAccess::nativeIfMade(*func.path);
+    std::string const* const native = PathNativeAccess::nativeToCarry(*func.path);
     if (native == nullptr || piece < s.data() || piece + size > s.data() + s.size())
         return PathNativeAccess::fromPiece(piece, size);
     std::size_t const offset = static_cast<std::size_t>(piece - s.data());
