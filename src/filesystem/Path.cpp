@@ -76,12 +76,14 @@ OwnedNative nativeFromBytes(char const* data, std::size_t size)
     return native;
 }
 
-// A new heap text from UTF-8 bytes, normalised. ASCII, the common case, needs
-// no decoding and is its own decomposition: only backslashes change.
-OwnedText textFromUTF8(char const* data, std::size_t size)
+// A new heap text from UTF-8 bytes, normalised; `ascii` tells whether the
+// bytes were all ASCII. ASCII, the common case, needs no decoding and is its
+// own decomposition: only backslashes change.
+OwnedText textFromUTF8(char const* data, std::size_t size, bool& ascii)
 {
     OwnedText owned = newText();
-    if (kelvo::unicode::detail::isASCII(data, size)) {
+    ascii = kelvo::unicode::detail::isASCII(data, size);
+    if (ascii) {
         owned->resize(size);
         char32_t* const out = owned->data();
         for (std::size_t i = 0; i < size; ++i) {
@@ -96,14 +98,11 @@ OwnedText textFromUTF8(char const* data, std::size_t size)
     return owned;
 }
 
-// The native form of a path made from `size` bytes at `data` whose text is
-// `text`: marked plain when the bytes are ASCII (the text then has as many
-// code points as there are bytes, since any other byte decodes with others
-// into fewer code points or stands for itself as an escape above ASCII).
-std::string* keptBytes(char const* data, std::size_t size, String const& text)
+// The native form of a path made from `size` bytes at `data`: marked plain
+// when the bytes are ASCII, since the text is then the same characters.
+std::string* keptBytes(char const* data, std::size_t size, bool ascii)
 {
     std::string* const bytes = nativeFromBytes(data, size).release();
-    bool const ascii = text.size() == size && kelvo::unicode::detail::isASCII(data, size);
     return ascii ? PathNativeAccess::markedPlain(bytes) : bytes;
 }
 
@@ -266,9 +265,10 @@ Path::Path(std::string const& utf8)
 {
     if (utf8.empty())
         return;
-    OwnedText owned = textFromUTF8(utf8.data(), utf8.size());
+    bool ascii = false;
+    OwnedText owned = textFromUTF8(utf8.data(), utf8.size(), ascii);
     if (kNativeKeepsBytes)
-        native.store(keptBytes(utf8.data(), utf8.size(), *owned), std::memory_order_relaxed);
+        native.store(keptBytes(utf8.data(), utf8.size(), ascii), std::memory_order_relaxed);
     text = owned.release();
 }
 
@@ -277,9 +277,10 @@ Path::Path(char const* utf8)
     if (utf8 == nullptr || *utf8 == '\0')
         return;
     std::size_t const size = std::strlen(utf8);
-    OwnedText owned = textFromUTF8(utf8, size);
+    bool ascii = false;
+    OwnedText owned = textFromUTF8(utf8, size, ascii);
     if (kNativeKeepsBytes)
-        native.store(keptBytes(utf8, size, *owned), std::memory_order_relaxed);
+        native.store(keptBytes(utf8, size, ascii), std::memory_order_relaxed);
     text = owned.release();
 }
 
