@@ -6,11 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <unicode/normalizer2.h>
+#include <unicode/uclean.h>
+#include <unicode/utypes.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <fstream>
 #include <map>
 #include <set>
@@ -437,6 +441,32 @@ TEST_F(NativeFormOnDisk, APathHoldingANulByteChangesNothing)
     EXPECT_EQ(after.st_mode, before.st_mode);
     EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
     EXPECT_EQ(after.st_size, 4);
+}
+
+// ---- ICU out of memory -------------------------------------------------------------------------------
+
+// Kept last in this file: once ICU has failed to set itself up, it keeps
+// failing for the rest of the process.
+bool icuMayAllocate = true;
+
+void* icuAllocate(void const*, size_t size) { return icuMayAllocate ? std::malloc(size) : nullptr; }
+void* icuReallocate(void const*, void* block, size_t size) { return icuMayAllocate ? std::realloc(block, size) : nullptr; }
+void icuFree(void const*, void* block) { std::free(block); }
+
+TEST(NativeFormIcu, RunningOutOfMemoryInIcuIsBadAlloc)
+{
+    // ICU's allocator can be replaced only before ICU has set up its data,
+    // which other tests of this program do: ctest runs each test alone.
+    if (::testing::UnitTest::GetInstance()->test_to_run_count() != 1)
+        GTEST_SKIP() << "needs a process of its own (run it alone, as ctest does)";
+    UErrorCode status = U_ZERO_ERROR;
+    u_setMemoryFunctions(nullptr, icuAllocate, icuReallocate, icuFree, &status);
+    ASSERT_TRUE(U_SUCCESS(status)) << u_errorName(status);
+    icuMayAllocate = false;
+    // Text that only ICU can decompose.
+    EXPECT_THROW(Path(String(U"\u1E09\u0323\u0301")), std::bad_alloc);
+    EXPECT_THROW(Path(std::string("\xE1\xB8\x89")), std::bad_alloc);
+    icuMayAllocate = true;
 }
 
 } // namespace
