@@ -6,11 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <unicode/normalizer2.h>
+#include <unicode/uclean.h>
+#include <unicode/utypes.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <fstream>
 #include <map>
 #include <set>
@@ -256,6 +260,14 @@ TEST(NativeFormPieces, JoiningAppendingAndReplacingTheExtensionJoinTheBytes)
     EXPECT_EQ((Path(String(U"e\u0301")) / Path(String(U"a\u0301"))).nativeString(), "\xC3\xA9/\xC3\xA1");
 
     EXPECT_EQ((dir + name).nativeString(), kNFD + kInvalid + ".t\xC3\xA9x");
+    // Pieces made from code points are joined as they are, even where the
+    // joined text would compose.
+    EXPECT_EQ((Path(String(U"e")) + Path(String(U"\u0301"))).nativeString(), "e\xCC\x81");
+    Path mark(String(U"e"));
+    mark += Path(String(U"\u0301"));
+    EXPECT_EQ(mark.nativeString(), "e\xCC\x81");
+    EXPECT_EQ(mark.string(), String(U"e\u0301"));
+    EXPECT_EQ((Path(String(U"e")) + Path(String(U"x"))).nativeString(), "ex");
     Path appended(kNFC);
     appended += Path(kInvalid);
     EXPECT_EQ(appended.nativeString(), kNFC + kInvalid);
@@ -429,6 +441,32 @@ TEST_F(NativeFormOnDisk, APathHoldingANulByteChangesNothing)
     EXPECT_EQ(after.st_mode, before.st_mode);
     EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
     EXPECT_EQ(after.st_size, 4);
+}
+
+// ---- ICU out of memory -------------------------------------------------------------------------------
+
+// Kept last in this file: once ICU has failed to set itself up, it keeps
+// failing for the rest of the process.
+bool icuMayAllocate = true;
+
+void* icuAllocate(void const*, size_t size) { return icuMayAllocate ? std::malloc(size) : nullptr; }
+void* icuReallocate(void const*, void* block, size_t size) { return icuMayAllocate ? std::realloc(block, size) : nullptr; }
+void icuFree(void const*, void* block) { std::free(block); }
+
+TEST(NativeFormIcu, RunningOutOfMemoryInIcuIsBadAlloc)
+{
+    // ICU's allocator can be replaced only before ICU has set up its data,
+    // which other tests of this program do: ctest runs each test alone.
+    if (::testing::UnitTest::GetInstance()->test_to_run_count() != 1)
+        GTEST_SKIP() << "needs a process of its own (run it alone, as ctest does)";
+    UErrorCode status = U_ZERO_ERROR;
+    u_setMemoryFunctions(nullptr, icuAllocate, icuReallocate, icuFree, &status);
+    ASSERT_TRUE(U_SUCCESS(status)) << u_errorName(status);
+    icuMayAllocate = false;
+    // Text that only ICU can decompose.
+    EXPECT_THROW(Path(String(U"\u1E09\u0323\u0301")), std::bad_alloc);
+    EXPECT_THROW(Path(std::string("\xE1\xB8\x89")), std::bad_alloc);
+    icuMayAllocate = true;
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstring>
 #include <sstream>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -1248,6 +1249,38 @@ TEST_F(ToolTest, DemoTakesTheTourAndRemovesWhatItMade)
     EXPECT_NE(run.out.find("made " + scratch + "/kelvo-fs-demo-"), std::string::npos) << run.out;
     EXPECT_EQ(::rmdir(scratch.c_str()), 0) << "the demo left something in " << scratch;
     ASSERT_EQ(::mkdir(scratch.c_str(), 0700), 0);
+}
+
+// ---- names in every composition -----------------------------------------------------------------
+
+TEST_F(ToolTest, ListAndStatShowEachNameItsOwnTypeAndSize)
+{
+    // Twins, a decomposed name alone, a singleton and bytes that are not UTF-8.
+    makeFile("na\xC3\xAFve", "1");
+    makeFile("nai\xCC\x88ve", "22");
+    makeFile(kDecomposedResume, "333");
+    makeFile("\xE2\x84\xAB", "4444");
+    makeFile("raw\xFF", "55555");
+    ToolRun run = runTool({"ls", "--json", scratch});
+    EXPECT_EQ(run.exitStatus, 0);
+    std::vector<std::string> const listed = linesOf(run.out);
+    ASSERT_EQ(listed.size(), 5u) << run.out;
+    std::multiset<std::string> sizes;
+    for (std::string const& line : listed) {
+        EXPECT_NE(line.find("\"type\": \"regularFile\""), std::string::npos) << run.out;
+        std::size_t const at = line.find("\"size\": ");
+        ASSERT_NE(at, std::string::npos) << run.out;
+        sizes.insert(line.substr(at + 8, 1));
+    }
+    EXPECT_EQ(sizes, (std::multiset<std::string>{"1", "2", "3", "4", "5"})) << run.out;
+
+    for (auto const& [name, size] : std::vector<std::pair<std::string, std::string>>{
+             {"nai\xCC\x88ve", "2"}, {kDecomposedResume, "3"}, {"\xE2\x84\xAB", "4"}, {"raw\xFF", "5"}}) {
+        ToolRun stat = runTool({"stat", at(name)});
+        EXPECT_EQ(stat.exitStatus, 0) << name;
+        EXPECT_EQ(field(stat.out, "status"), "regularFile") << name;
+        EXPECT_EQ(field(stat.out, "size"), size) << name;
+    }
 }
 
 } // namespace

@@ -76,12 +76,14 @@ OwnedNative nativeFromBytes(char const* data, std::size_t size)
     return native;
 }
 
-// A new heap text from UTF-8 bytes, normalised. ASCII, the common case, needs
-// no decoding and is its own decomposition: only backslashes change.
-OwnedText textFromUTF8(char const* data, std::size_t size)
+// A new heap text from UTF-8 bytes, normalised; `ascii` tells whether the
+// bytes were all ASCII. ASCII, the common case, needs no decoding and is its
+// own decomposition: only backslashes change.
+OwnedText textFromUTF8(char const* data, std::size_t size, bool& ascii)
 {
     OwnedText owned = newText();
-    if (kelvo::unicode::detail::isASCII(data, size)) {
+    ascii = kelvo::unicode::detail::isASCII(data, size);
+    if (ascii) {
         owned->resize(size);
         char32_t* const out = owned->data();
         for (std::size_t i = 0; i < size; ++i) {
@@ -94,6 +96,14 @@ OwnedText textFromUTF8(char const* data, std::size_t size)
     // A backslash is ASCII, untouched by the decomposition.
     replaceBackslashes(*owned);
     return owned;
+}
+
+// The native form of a path made from `size` bytes at `data`: marked plain
+// when the bytes are ASCII, since the text is then the same characters.
+std::string* keptBytes(char const* data, std::size_t size, bool ascii)
+{
+    std::string* const bytes = nativeFromBytes(data, size).release();
+    return ascii ? PathNativeAccess::markedPlain(bytes) : bytes;
 }
 
 // @returns a copy of `native` from the store, or null for null.
@@ -193,7 +203,7 @@ Path PathNativeAccess::fromPiece(Path const& source, char32_t const* first, std:
     if (size == 0)
         return Path();
     String const& s = text(source);
-    std::string const* const sourceNative = nativeIfMade(source);
+    std::string const* const sourceNative = nativeToCarry(source);
     OwnedText owned = newText();
     owned->append(first, size);
     if (sourceNative == nullptr || first < s.data() || first + size > s.data() + s.size())
@@ -212,7 +222,7 @@ Path::Path(Path const& other)
     if (!other.empty()) {
         OwnedText owned = newText();
         owned->assign(*other.text);
-        OwnedNative copy = copyOf(other.native.load(std::memory_order_acquire));
+        OwnedNative copy = copyOf(PathNativeAccess::nativeToCarry(other));
         text = owned.release();
         native.store(copy.release(), std::memory_order_relaxed);
     }
@@ -255,9 +265,10 @@ Path::Path(std::string const& utf8)
 {
     if (utf8.empty())
         return;
-    OwnedText owned = textFromUTF8(utf8.data(), utf8.size());
+    bool ascii = false;
+    OwnedText owned = textFromUTF8(utf8.data(), utf8.size(), ascii);
     if (kNativeKeepsBytes)
-        native.store(nativeFromBytes(utf8.data(), utf8.size()).release(), std::memory_order_relaxed);
+        native.store(keptBytes(utf8.data(), utf8.size(), ascii), std::memory_order_relaxed);
     text = owned.release();
 }
 
@@ -266,16 +277,17 @@ Path::Path(char const* utf8)
     if (utf8 == nullptr || *utf8 == '\0')
         return;
     std::size_t const size = std::strlen(utf8);
-    OwnedText owned = textFromUTF8(utf8, size);
+    bool ascii = false;
+    OwnedText owned = textFromUTF8(utf8, size, ascii);
     if (kNativeKeepsBytes)
-        native.store(nativeFromBytes(utf8, size).release(), std::memory_order_relaxed);
+        native.store(keptBytes(utf8, size, ascii), std::memory_order_relaxed);
     text = owned.release();
 }
 
 Path::~Path()
 {
     detail::releaseText(text);
-    detail::releaseNative(native.load(std::memory_order_relaxed));
+    detail::releaseNative(PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));
 }
 
 std::string* Path::takeNative() noexcept
@@ -287,7 +299,7 @@ std::string* Path::takeNative() noexcept
 
 void Path::setNative(std::string* newNative) noexcept
 {
-    detail::releaseNative(native.load(std::memory_order_relaxed));
+    detail::releaseNative(PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));
     native.store(newNative, std::memory_order_relaxed);
 }
 
@@ -297,7 +309,7 @@ Path& Path::operator=(Path const& other)
         if (other.empty()) {
             clear();
         } else {
-            OwnedNative copy = copyOf(other.native.load(std::memory_order_acquire));
+            OwnedNative copy = copyOf(PathNativeAccess::nativeToCarry(other));
             mutableText() = *other.text;
             setNative(copy.release());
         }
@@ -339,7 +351,7 @@ String const& Path::string() const noexcept { return text ? *text : emptyString(
 
 std::string const& Path::nativeReference() const
 {
-    std::string const* const made = native.load(std::memory_order_acquire);
+    std::string const* const made = PathNativeAccess::unmarked(native.load(std::memory_order_acquire));
     if (made != nullptr)
         return *made;
     return makeNative();
@@ -355,7 +367,7 @@ std::string const& Path::makeNative() const
     // kept and this one goes back to the store.
     if (native.compare_exchange_strong(expected, made.get(), std::memory_order_acq_rel, std::memory_order_acquire))
         return *made.release();
-    return *expected;
+    return *PathNativeAccess::unmarked(expected);
 }
 
 std::string Path::nativeString() const { return nativeReference(); }
@@ -380,7 +392,8 @@ void Path::appendSeparator()
     String& s = mutableText();
     if (!s.empty() && s.back() == kSeparator)
         return;
-    std::string* const n = native.load(std::memory_order_relaxed);
+    // A plain form stays plain: a separator is ASCII.
+    std::string* const n = PathNativeAccess::unmarked(native.load(std::memory_order_relaxed));
     if (n != nullptr)
         n->reserve(n->size() + 1);
     s.push_back(kSeparator);
@@ -398,10 +411,11 @@ Path& Path::operator/=(Path const& rhs)
         return *this;
     if (empty())
         return *this = rhs;
-    std::string const* const rightNative = rhs.native.load(std::memory_order_acquire);
-    if (rightNative == nullptr && native.load(std::memory_order_relaxed) == nullptr) {
-        // Both native forms are still the composed text, and so is the join's.
+    if (PathNativeAccess::nativeToCarry(rhs) == nullptr && PathNativeAccess::nativeToCarry(*this) == nullptr) {
+        // Both native forms are the composed text, and so is the join's, made
+        // on first use.
         appendJoined(*text, *rhs.text);
+        setNative(nullptr);
         return *this;
     }
     OwnedNative joined = newNative();
@@ -412,11 +426,25 @@ Path& Path::operator/=(Path const& rhs)
     return *this;
 }
 
+namespace {
+
+// Whether joining the native forms of two texts with nothing between them
+// could differ from composing the joined text: only when the right one starts
+// with a code point that can combine with what comes before it (none below
+// U+0300 can).
+bool mayComposeAcross(Path const& rhs) noexcept
+{
+    String const& r = PathNativeAccess::text(rhs);
+    return !r.empty() && r.front() >= 0x300;
+}
+
+} // namespace
+
 Path& Path::operator+=(Path const& rhs)
 {
-    std::string const* const rightNative = rhs.native.load(std::memory_order_acquire);
     OwnedNative joined;
-    if (rightNative != nullptr || native.load(std::memory_order_relaxed) != nullptr) {
+    if (PathNativeAccess::nativeToCarry(rhs) != nullptr || PathNativeAccess::nativeToCarry(*this) != nullptr
+        || mayComposeAcross(rhs)) {
         joined = newNative();
         joined->assign(nativeReference());
         joined->append(PathNativeAccess::native(rhs));
@@ -447,7 +475,7 @@ Path operator/(Path const& a, Path const& b)
     joined->append(*a.text);
     appendJoined(*joined, *b.text);
     OwnedNative joinedNative;
-    if (a.native.load(std::memory_order_acquire) != nullptr || b.native.load(std::memory_order_acquire) != nullptr) {
+    if (PathNativeAccess::nativeToCarry(a) != nullptr || PathNativeAccess::nativeToCarry(b) != nullptr) {
         std::string const& left = a.nativeReference();
         std::string const& right = b.nativeReference();
         joinedNative = newNative();
@@ -475,7 +503,8 @@ Path operator+(Path const& a, Path const& b)
     joined->append(b.string());
     detail::fixStuff(*joined);
     OwnedNative joinedNative;
-    if (a.native.load(std::memory_order_acquire) != nullptr || b.native.load(std::memory_order_acquire) != nullptr) {
+    if (PathNativeAccess::nativeToCarry(a) != nullptr || PathNativeAccess::nativeToCarry(b) != nullptr
+        || mayComposeAcross(b)) {
         std::string const& left = a.nativeReference();
         std::string const& right = b.nativeReference();
         joinedNative = newNative();

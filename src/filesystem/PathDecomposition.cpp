@@ -168,7 +168,7 @@ void Path::replaceExtension(Path const& newExtension)
     // The native form changes in step: its part from the matching dot is
     // replaced by the native form of the new extension.
     detail::OwnedNative replaced;
-    if (PathNativeAccess::nativeIfMade(*this) != nullptr || PathNativeAccess::nativeIfMade(newExtension) != nullptr) {
+    if (PathNativeAccess::nativeToCarry(*this) != nullptr || PathNativeAccess::nativeToCarry(newExtension) != nullptr) {
         std::string const& mine = PathNativeAccess::native(*this);
         std::string const& theirs = PathNativeAccess::native(newExtension);
         std::size_t const cut = detail::nativeOffset(s, mine, d);
@@ -180,8 +180,7 @@ void Path::replaceExtension(Path const& newExtension)
         replaced->append(theirs);
     }
     s.replace(d, String::npos, e);
-    if (replaced)
-        setNative(replaced.release());
+    setNative(replaced.release());
 }
 
 } // namespace kelvo::filesystem

@@ -49,27 +49,15 @@ bool hasRootDirectory(Iterator first, Iterator last)
 
 // An element: a piece of the walked text, already normalised. When the text
 // is that of `func.path`, the element gets the matching piece of the path's
-// native form, found by walking on from where the previous element ended.
-Path pieceOf(PathIteratorExtractorFunc& func, Iterator first, Iterator last)
+// native form.
+Path pieceOf(PathIteratorExtractorFunc const& func, Iterator first, Iterator last)
 {
     std::size_t const size = static_cast<std::size_t>(last - first);
     if (size == 0)
         return Path();
-    char32_t const* const piece = &*first;
     if (func.path == nullptr)
-        return PathNativeAccess::fromPiece(piece, size);
-    String const& s = PathNativeAccess::text(*func.path);
-    std::string const* const native = PathNativeAccess::nativeIfMade(*func.path);
-    if (native == nullptr || piece < s.data() || piece + size > s.data() + s.size())
-        return PathNativeAccess::fromPiece(piece, size);
-    std::size_t const offset = static_cast<std::size_t>(piece - s.data());
-    std::size_t const begin = detail::nativeOffsetFrom(s, *native, offset, func.textCursor, func.nativeCursor);
-    std::size_t const end = detail::nativeOffsetFrom(s, *native, offset + size, func.textCursor, func.nativeCursor);
-    detail::OwnedText text(detail::acquireText());
-    text->append(piece, size);
-    detail::OwnedNative bytes(detail::acquireNative());
-    bytes->assign(native->data() + begin, end > begin ? end - begin : 0);
-    return PathNativeAccess::adopt(std::move(text), std::move(bytes));
+        return PathNativeAccess::fromPiece(&*first, size);
+    return PathNativeAccess::fromPiece(*func.path, &*first, size);
 }
 
 } // namespace

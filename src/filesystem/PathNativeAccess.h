@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace kelvo::filesystem {
@@ -56,11 +57,36 @@ struct PathNativeAccess {
     /// piece of the native form of `source`. A piece from elsewhere (a
     /// constant such as "/") gets the composed UTF-8 of its text.
     static Path fromPiece(Path const& source, char32_t const* first, std::size_t size);
-    /// @returns the native form of `source`, or null while it is the composed
+    /// A native form held by a path is marked plain (its lowest address bit
+    /// set) when it is known to be the text itself, all ASCII: it is made
+    /// again from the text at next to no cost, so copies and derived paths
+    /// leave theirs to be made on first use instead of copying it.
+    static constexpr std::uintptr_t kPlainMark = 1;
+    static std::string* unmarked(std::string* native) noexcept
+    {
+        return reinterpret_cast<std::string*>(reinterpret_cast<std::uintptr_t>(native) & ~kPlainMark);
+    }
+    static bool isPlain(std::string const* native) noexcept
+    {
+        return (reinterpret_cast<std::uintptr_t>(native) & kPlainMark) != 0;
+    }
+    static std::string* markedPlain(std::string* native) noexcept
+    {
+        return reinterpret_cast<std::string*>(reinterpret_cast<std::uintptr_t>(native) | kPlainMark);
+    }
+    /// @returns the native form of `path`, or null while it is the composed
     /// UTF-8 of the text and has not been made yet.
     static std::string const* nativeIfMade(Path const& path) noexcept
     {
-        return path.native.load(std::memory_order_acquire);
+        return unmarked(path.native.load(std::memory_order_acquire));
+    }
+    /// @returns the native form of `path` when paths derived from it must
+    /// carry pieces of it; null when theirs can be made from their own texts
+    /// (the form is not made yet, or it is plain).
+    static std::string const* nativeToCarry(Path const& path) noexcept
+    {
+        std::string* const held = path.native.load(std::memory_order_acquire);
+        return isPlain(held) ? nullptr : held;
     }
     /// @returns the native form of `path`, making it first if needed; valid
     /// until the path changes or is destroyed.

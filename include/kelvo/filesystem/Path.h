@@ -32,12 +32,9 @@ struct KELVO_FILESYSTEM_API PathIteratorExtractorFunc {
     /// The path whose text is walked, set by `Path::begin()`: each element
     /// then gets the matching piece of that path's native form. Null for a
     /// text that belongs to no path; elements then get the native form of
-    /// their own text.
+    /// their own text. (Two members only, so that the iterator's function
+    /// wrapper holds the functor without an allocation.)
     Path const* path = nullptr;
-    /// Where the walk stands in the text and in the native form: both at
-    /// the start or both just after the same separator or dot.
-    std::size_t textCursor = 0;
-    std::size_t nativeCursor = 0;
 
     kelvo::parsing::TokenInfo<Path, kelvo::unicode::String::const_iterator>
     operator()(kelvo::unicode::String::const_iterator first,
