@@ -51,6 +51,16 @@ TEST(GlobMatching, StarMatchesEverythingAndTheEmptyPatternOnlyTheEmptyName)
     EXPECT_TRUE(matches("", "**"));
 }
 
+TEST(GlobMatching, NarrowLiteralPatternsAreTakenAsUTF8)
+{
+    EXPECT_TRUE(matchesGlobPattern(Path("notes.txt"), "*.txt"));
+    EXPECT_FALSE(matchesGlobPattern(Path("notes.txt"), "*.tmp"));
+    // The path's text is decomposed: each "é" is two code points, so "?"
+    // does not cover it while "*" does.
+    EXPECT_FALSE(matchesGlobPattern(Path("R\xC3\xA9sum\xC3\xA9.pdf"), "R?sum?.pdf"));
+    EXPECT_TRUE(matchesGlobPattern(Path("R\xC3\xA9sum\xC3\xA9.pdf"), "R*sum*.pdf"));
+}
+
 TEST(GlobMatching, QuestionMarkIsExactlyOneCharacter)
 {
     EXPECT_TRUE(matches("abc", "a?c"));

@@ -594,4 +594,22 @@ TEST(StringConcatenation, WideLiteralsJoinOnEitherSide)
     EXPECT_EQ(right, String(U"bc"));
 }
 
+TEST(StringConcatenation, WideLiteralsJoinTemporaries)
+{
+    EXPECT_EQ(String(U"a") + U"/", String(U"a/"));
+    EXPECT_EQ(U"/" + String(U"a"), String(U"/a"));
+    EXPECT_EQ(String(U"a") + U"" + U"b", String(U"ab"));
+}
+
+TEST(StringConstruction, NarrowLiteralsStandForStrings)
+{
+    String const fromLiteral = "R\xC3\xA9sum\xC3\xA9";
+    EXPECT_EQ(fromLiteral, String(std::string("R\xC3\xA9sum\xC3\xA9")));
+    EXPECT_EQ(fromLiteral.size(), 6u);
+    EXPECT_EQ(String("raw\xFF"), String(std::u32string{U'r', U'a', U'w', char32_t(0xDCFF)}));
+    EXPECT_TRUE(String(static_cast<char const*>(nullptr)).empty());
+    auto const takesString = [](String const& text) { return text.size(); };
+    EXPECT_EQ(takesString("abc"), 3u);
+}
+
 } // namespace

@@ -5,6 +5,8 @@
 #include "Normalization.h"
 #include "SmallBuffer.h"
 
+#include <cstring>
+
 namespace kelvo::unicode {
 
 namespace {
@@ -169,6 +171,12 @@ void encodeNative(String const& text, std::string& out)
 } // namespace detail
 
 String::String(std::string const& utf8) { detail::decodeUTF8(utf8.data(), utf8.size(), *this); }
+
+String::String(char const* utf8)
+{
+    if (utf8 != nullptr)
+        detail::decodeUTF8(utf8, std::strlen(utf8), *this);
+}
 
 std::string String::toUTF8String() const { return encodeUTF8(*this); }
 

@@ -40,6 +40,12 @@ public:
     /// valid UTF-8 sequence becomes U+DC00 plus the byte.
     String(std::string const& utf8);
 
+    /// Decodes NUL-terminated UTF-8 bytes as the `std::string` form does, so
+    /// that a narrow literal can stand wherever a `String` is expected
+    /// (`matchesGlobPattern(path, "*.txt")`). A null pointer gives an empty
+    /// text.
+    String(char const* utf8);
+
     /// @returns the UTF-8 encoding; U+DC80..U+DCFF become their single byte,
     /// other surrogates and values above U+10FFFF become U+FFFD.
     std::string toUTF8String() const;
@@ -110,11 +116,21 @@ inline String operator+(String const& a, char32_t const* b)
     r.append(b);
     return r;
 }
+inline String operator+(String&& a, char32_t const* b)
+{
+    a.append(b);
+    return std::move(a);
+}
 inline String operator+(char32_t const* a, String const& b)
 {
     String r(a);
     r.append(b);
     return r;
+}
+inline String operator+(char32_t const* a, String&& b)
+{
+    b.insert(0, a);
+    return std::move(b);
 }
 inline String operator+(String const& a, String const& b)
 {
