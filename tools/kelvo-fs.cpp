@@ -22,6 +22,16 @@ constexpr char kToolUsage[] =
     "  lock FILE -- COMMAND...  run COMMAND while holding a lock on FILE\n"
     "  locked FILE              tell whether FILE is locked\n"
     "  cwd                      print the current directory\n"
+    "  mkdir [-p] PATH...       make directories\n"
+    "  rm [-r] PATH...          remove files, empty directories or (-r) trees\n"
+    "  rm-matching [-r] DIR PATTERN\n"
+    "                           remove the entries of DIR whose names match PATTERN\n"
+    "  cp [-r] [--overwrite] FROM TO\n"
+    "                           copy a file or (-r) a directory tree\n"
+    "  mv FROM TO               move or rename, across file systems too\n"
+    "  ln -s TARGET LINK        make a symbolic link\n"
+    "  cmp A B                  compare the contents of two files\n"
+    "  cmp-tree A B             compare two directory trees\n"
     "  demo                     take a short tour of the library\n"
     "\n"
     "Exit status: 0 success, 1 a negative answer or a failure, 2 bad usage.\n"
@@ -78,7 +88,8 @@ constexpr char kDemoUsage[] =
     "Usage: kelvo-fs demo\n"
     "Takes a short tour of the library: normalisation, comparison, decomposition\n"
     "and iteration of sample paths, then files made, listed, locked and removed\n"
-    "in a private directory under $TMPDIR (or /tmp).\n";
+    "in a private directory under $TMPDIR (or /tmp), and a tree made, copied,\n"
+    "compared and removed there.\n";
 
 struct Command {
     char const* name;
@@ -107,6 +118,14 @@ constexpr Command kCommands[] = {
     {"locked", kLockedUsage, kelvo::tool::runLocked},
     {"cwd", kCurrentDirectoryUsage, kelvo::tool::runCurrentDirectory},
     {"demo", kDemoUsage, kelvo::tool::runDemo},
+    {"mkdir", kelvo::tool::kMakeDirectoryUsage, kelvo::tool::runMakeDirectory, " -p "},
+    {"rm", kelvo::tool::kRemoveUsage, kelvo::tool::runRemove, " -r "},
+    {"rm-matching", kelvo::tool::kRemoveMatchingUsage, kelvo::tool::runRemoveMatching, " -r "},
+    {"cp", kelvo::tool::kCopyUsage, kelvo::tool::runCopy, " -r --overwrite "},
+    {"mv", kelvo::tool::kMoveUsage, kelvo::tool::runMove},
+    {"ln", kelvo::tool::kLinkUsage, kelvo::tool::runLink, " -s "},
+    {"cmp", kelvo::tool::kCompareFilesUsage, kelvo::tool::runCompareFiles},
+    {"cmp-tree", kelvo::tool::kCompareTreesUsage, kelvo::tool::runCompareTrees},
 };
 
 bool isHelpOption(char const* argument)
