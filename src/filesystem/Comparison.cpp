@@ -25,13 +25,17 @@ using detail::OwnedDescriptor;
 constexpr std::int64_t kSmallestBlock = 4096;
 constexpr std::int64_t kLargestBlock = 262144;
 
-// Reads until `count` bytes are in or a read gives nothing. A read that fails
-// counts as the end of the file, as a short stream read always has, so the
-// comparison loop ends.
-std::size_t readFull(int descriptor, char* buffer, std::size_t count)
+// Reads until `count` bytes are in, a read gives nothing, or `expected`
+// bytes (the size the status reported, when positive) are in: a file that
+// has not changed ends there, so no read is spent on seeing its end. A read
+// that fails counts as the end of the file, as a short stream read always
+// has, so the comparison loop ends.
+std::size_t readFull(int descriptor, char* buffer, std::size_t count, std::int64_t expected)
 {
     std::size_t got = 0;
     while (got < count) {
+        if (expected > 0 && static_cast<std::int64_t>(got) == expected)
+            break;
         long const n = posix::readSome(descriptor, buffer + got, count - got);
         if (n <= 0)
             break;
@@ -48,15 +52,19 @@ bool compareOpenFiles(int a, int b, std::int64_t size)
     std::unique_ptr<char[]> const buffers(new char[2 * block]);
     char* const bufferA = buffers.get();
     char* const bufferB = buffers.get() + block;
+    // Once the reported size is used up, every read goes to the system, so
+    // content beyond it (a file that grew) is still compared.
+    std::int64_t remaining = size;
     for (;;) {
-        std::size_t const gotA = readFull(a, bufferA, block);
-        std::size_t const gotB = readFull(b, bufferB, block);
+        std::size_t const gotA = readFull(a, bufferA, block, remaining);
+        std::size_t const gotB = readFull(b, bufferB, block, remaining);
         if (gotA != gotB)
             return false;
         if (std::memcmp(bufferA, bufferB, gotA) != 0)
             return false;
         if (gotB < block) // both at their ends: the counts agree
             return true;
+        remaining -= static_cast<std::int64_t>(gotA);
     }
 }
 
