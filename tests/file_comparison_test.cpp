@@ -116,6 +116,26 @@ TEST_F(FileComparison, FilesWhoseStatusReportsNoSizeAreReadToTheirEnd)
     EXPECT_TRUE(fs::compareFiles(Path("/proc/self/cmdline"), Path("/proc/self/cmdline")));
 }
 
+TEST_F(FileComparison, PathWithANulByteIsTakenAsMissing)
+{
+    writeFile("a", "same size 1");
+    writeFile("b", "same size 2");
+    makeDirectory("d");
+    makeDirectory("e");
+    std::string aThenNul = at("a");
+    aThenNul.push_back('\0');
+    aThenNul += "x";
+    std::string dThenNul = at("d");
+    dThenNul.push_back('\0');
+    // Not the file before the NUL: a missing file against an existing one.
+    EXPECT_FALSE(fs::compareFiles(Path(aThenNul), path("b")));
+    EXPECT_FALSE(fs::compareFiles(path("b"), Path(aThenNul)));
+    // Two missing files compare equal, as always.
+    EXPECT_TRUE(fs::compareFiles(Path(aThenNul), Path(aThenNul)));
+    EXPECT_FALSE(fs::compareDirectories(Path(dThenNul), path("e")));
+    EXPECT_FALSE(fs::compareDirectories(path("e"), Path(dThenNul)));
+}
+
 TEST_F(FileComparison, LinksAreComparedAsWhatTheyName)
 {
     writeFile("a", "same");

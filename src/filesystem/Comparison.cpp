@@ -167,24 +167,27 @@ bool compareListed(DescriptorListing& listingA, DescriptorListing& listingB)
 
 bool compareFiles(Path const& a, Path const& b)
 {
-    std::int64_t const size = fileSize(a);
-    if (size != fileSize(b))
+    // A path whose native form holds a NUL byte names no file: it is taken
+    // as missing (size -1), never as the shorter name before the NUL.
+    char const* nativeA = PathNativeAccess::cStringForChange(a);
+    char const* nativeB = PathNativeAccess::cStringForChange(b);
+    std::int64_t const size = nativeA != nullptr ? fileSize(a) : -1;
+    if (size != (nativeB != nullptr ? fileSize(b) : -1))
         return false;
-    // A path whose native form holds a NUL byte cannot be opened, and an
-    // unopenable file counts as equal once the sizes agree.
-    return compareFilesAt(posix::kWorkingDirectory, PathNativeAccess::cStringForChange(a), 0,
-                          posix::kWorkingDirectory, PathNativeAccess::cStringForChange(b), 0, size);
+    return compareFilesAt(posix::kWorkingDirectory, nativeA, 0, posix::kWorkingDirectory, nativeB, 0, size);
 }
 
 bool compareDirectories(Path const& a, Path const& b)
 {
+    char const* nativeA = PathNativeAccess::cStringForChange(a);
+    char const* nativeB = PathNativeAccess::cStringForChange(b);
+    if (nativeA == nullptr || nativeB == nullptr) // names no directory
+        return false;
     if (!exists(a) || !exists(b))
         return false;
     // A directory that cannot be listed lists nothing, like a non-directory.
-    char const* nativeA = PathNativeAccess::cStringForChange(a);
-    char const* nativeB = PathNativeAccess::cStringForChange(b);
-    DescriptorListing listingA(nativeA != nullptr ? posix::openAt(posix::kWorkingDirectory, nativeA, O_RDONLY | O_DIRECTORY) : -1);
-    DescriptorListing listingB(nativeB != nullptr ? posix::openAt(posix::kWorkingDirectory, nativeB, O_RDONLY | O_DIRECTORY) : -1);
+    DescriptorListing listingA(posix::openAt(posix::kWorkingDirectory, nativeA, O_RDONLY | O_DIRECTORY));
+    DescriptorListing listingB(posix::openAt(posix::kWorkingDirectory, nativeB, O_RDONLY | O_DIRECTORY));
     return compareListed(listingA, listingB);
 }
 
