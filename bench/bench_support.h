@@ -83,9 +83,46 @@ inline std::string make400()
     return s;
 }
 
+// An accented path (NFC UTF-8) of exactly `size` bytes: French folder names,
+// then a file name padded to the length.
+inline std::string makeAccented(std::size_t size)
+{
+    std::string s = "/Users/zo\xC3\xA9/Documents";
+    int level = 0;
+    while (s.size() + 22 + 24 < size) {
+        char piece[40];
+        std::snprintf(piece, sizeof piece, "/r\xC3\xA9sum\xC3\xA9-\xC3\xA9l\xC3\xA8ve-%02d", level++);
+        s += piece;
+    }
+    std::string name = "/ann\xC3\xA9" "e-";
+    while (s.size() + name.size() + 4 < size)
+        name += 'x';
+    s += name + ".pdf";
+    return s;
+}
+
+// Upper-cases ASCII letters and the lower-case letters of Latin-1 written as
+// two bytes (é to É), which keeps the byte length.
+inline std::string upperAccented(std::string text)
+{
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        auto const byte = static_cast<unsigned char>(text[i]);
+        if (byte == 0xC3 && i + 1 < text.size()) {
+            auto const next = static_cast<unsigned char>(text[i + 1]);
+            if (next >= 0xA0 && next <= 0xBE && next != 0xB7)
+                text[i + 1] = static_cast<char>(next - 0x20);
+            ++i;
+        } else if (byte < 0x80) {
+            text[i] = static_cast<char>(std::toupper(byte));
+        }
+    }
+    return text;
+}
+
 } // namespace detail
 
-/// The three inputs: a 40-byte and a 400-byte ASCII path and an accented one.
+/// The inputs: a 40-byte and a 400-byte ASCII path, an accented one of 46
+/// bytes and accented ones of 50, 130 and 430 bytes.
 inline std::vector<PathInput> const& pathInputs()
 {
     static std::vector<PathInput> const inputs = [] {
@@ -98,7 +135,12 @@ inline std::vector<PathInput> const& pathInputs()
         v.push_back(detail::makeInput("ascii40", a40, detail::upperASCII(a40)));
         v.push_back(detail::makeInput("ascii400", a400, detail::upperASCII(a400)));
         v.push_back(detail::makeInput("accented", accented, accentedUpper));
-        if (v[0].text.size() != 40 || v[1].text.size() != 400) {
+        for (std::size_t size : {50, 130, 430}) {
+            std::string const text = detail::makeAccented(size);
+            v.push_back(detail::makeInput("accented" + std::to_string(size), text, detail::upperAccented(text)));
+        }
+        if (v[0].text.size() != 40 || v[1].text.size() != 400 || v[3].text.size() != 50 || v[4].text.size() != 130
+            || v[5].text.size() != 430) {
             std::fprintf(stderr, "bench inputs have the wrong lengths\n");
             std::abort();
         }

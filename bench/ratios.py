@@ -37,6 +37,7 @@ TARGETS = [
     (r"fs/list/", "raw", 1.25, False),
     (r"fs/list/", "std", 1.0, True),
     (r"fs/(status|exists)/", "raw", 1.1, False),
+    (r"glob/match/star_tmp$", "raw", 2.0, False),
 ]
 
 UNIT_TO_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}

@@ -105,6 +105,16 @@ TEST_F(DotResolution, CanonicalBelowADirectoryWithoutSearchPermissionIsEmpty)
                             "3: dot resolution below a closed directory did not fall back to text";
 }
 
+TEST_F(DotResolution, CanonicalKeepsTheBytesTheSystemReturned)
+{
+    // "é" decomposed on disk: the answer names this file, not an NFC twin.
+    std::string const decomposed = "e\xCC\x81";
+    writeFile(decomposed, "x");
+    Path const result = fs::canonical(Path(at(decomposed)));
+    EXPECT_EQ(result.nativeString(), at(decomposed));
+    EXPECT_TRUE(fs::exists(result));
+}
+
 // ---- resolveDots ---------------------------------------------------------------
 
 TEST_F(DotResolution, EmptyInputGivesAnEmptyPath)
@@ -224,8 +234,8 @@ TEST(Complete, FollowsItsRulesInOrder)
 TEST(Complete, JoinsTheNativeForms)
 {
     Path const base(std::string("/b\xFF"));
-    Path const relative(std::string("c\xFE"));
-    EXPECT_EQ(fs::complete(relative, base).nativeString(), "/b\xFF/c\xFE");
+    Path const relative(std::string("e\xCC\x81\xFE"));
+    EXPECT_EQ(fs::complete(relative, base).nativeString(), "/b\xFF/e\xCC\x81\xFE");
 }
 
 TEST_F(DotResolution, SystemCompleteUsesTheCurrentDirectory)

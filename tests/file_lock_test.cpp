@@ -678,7 +678,8 @@ TEST_F(FileLockTest, IsFileLockedIsTrueForAFileThatExistsButCannotBeRead)
         GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
     ASSERT_NE(result, 91) << "the unprivileged child can still read a mode 0000 file";
     EXPECT_EQ(result, 0) << "1: an unreadable file was reported free, 2: an unreadable file was locked";
-    // Nobody holds it really.
+    // Nobody holds it really (readable again, so that an ordinary user's probe can open it).
+    ASSERT_EQ(::chmod(secret.c_str(), 0600), 0);
     EXPECT_TRUE(isFreeByDirectProbe(secret));
 }
 
@@ -688,7 +689,9 @@ TEST_F(FileLockTest, IsFileLockedIsFalseForAFileThatCannotBeReached)
     // stat'ed, so it counts as missing rather than locked.
     makeDirectory("private");
     writeFile("private/file.txt");
-    ASSERT_EQ(::chmod(at("private").c_str(), 0700), 0);
+    // Mode 0600 denies search to everyone but root: to its owner when the
+    // suite runs as an ordinary user, and to the child that gave up root.
+    ASSERT_EQ(::chmod(at("private").c_str(), 0600), 0);
     ASSERT_EQ(::chmod(scratch.c_str(), 0711), 0);
     std::string const hidden = at("private/file.txt");
     std::string const privateDirectory = at("private");
@@ -703,7 +706,7 @@ TEST_F(FileLockTest, IsFileLockedIsFalseForAFileThatCannotBeReached)
         GTEST_SKIP() << "cannot switch to an unprivileged user";
     if (result == 90)
         GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
-    ASSERT_NE(result, 91) << "the unprivileged child can search a mode 0700 directory of root";
+    ASSERT_NE(result, 91) << "the unprivileged child can search a mode 0600 directory";
     EXPECT_EQ(result, 0);
 }
 

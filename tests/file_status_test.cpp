@@ -618,6 +618,9 @@ TEST_F(FileStatusTest, NothingCanBeLearnedBehindADirectoryWithoutSearchPermissio
     makeDirectory("private", 0700);
     makeFile("private/file", 0644, "12345");
     makeDirectory("private/sub", 0755);
+    // Mode 0600 denies search to everyone but root: to its owner when the
+    // suite runs as an ordinary user, and to the child that gave up root.
+    ASSERT_EQ(::chmod(at("private").c_str(), 0600), 0);
     Path const file(at("private/file"));
     Path const sub(at("private/sub"));
 
@@ -632,15 +635,18 @@ TEST_F(FileStatusTest, NothingCanBeLearnedBehindADirectoryWithoutSearchPermissio
             !fs::setModificationTime(file, microsecondsSinceEpoch(1500000)),
             !fs::setPermissions(file, permissionsOf(0777)),
             // The directory itself is still visible from outside.
-            fs::status(Path(at("private"))) == FileStatus(FileType::directory, permissionsOf(0700)),
+            fs::status(Path(at("private"))) == FileStatus(FileType::directory, permissionsOf(0600)),
         });
     });
     EXPECT_EQ(failure, 0) << "first failed check in the unprivileged child";
+    ASSERT_EQ(::chmod(at("private").c_str(), 0700), 0);
     EXPECT_EQ(rawMode(at("private/file")) & 07777, 0644u);
 }
 
 TEST_F(FileStatusTest, SettersFailOnAnotherOwnersFile)
 {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root can make a file for another user; SettersFailOnASystemFileOfAnotherOwner covers this";
     ASSERT_EQ(::chmod(scratch.c_str(), 0755), 0);
     std::string const path = makeFile("rootsfile", 0644, "abc");
     setRawTimes(path, {100, 0}, {200, 0});
@@ -659,6 +665,40 @@ TEST_F(FileStatusTest, SettersFailOnAnotherOwnersFile)
     EXPECT_EQ(failure, 0) << "first failed check in the unprivileged child";
     EXPECT_EQ(rawMode(path) & 07777, 0644u);
     EXPECT_EQ(rawStat(path).st_mtim.tv_sec, 200);
+}
+
+TEST_F(FileStatusTest, SettersFailOnASystemFileOfAnotherOwner)
+{
+    // An ordinary user cannot make a file that another user owns, but the
+    // system's own files are such files. The setters are asked for the mode
+    // and time the file already has, so nothing changes even if they wrongly
+    // succeed. Run as root, the test above makes its own file and user.
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "run as root: SettersFailOnAnotherOwnersFile covers this with a file it makes";
+    std::string path;
+    for (char const* candidate : {"/etc/passwd", "/etc/group", "/etc/hostname", "/etc/os-release", "/usr/lib/os-release"}) {
+        struct stat st;
+        if (::lstat(candidate, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid != ::geteuid()) {
+            path = candidate;
+            break;
+        }
+    }
+    if (path.empty())
+        GTEST_SKIP() << "no regular file of another owner among the usual system files";
+    struct stat const before = rawStat(path);
+    Path const file(path);
+    FileTime const modified = microsecondsSinceEpoch(before.st_mtim.tv_sec * 1000000 + before.st_mtim.tv_nsec / 1000);
+    Permissions const mode = permissionsOf(before.st_mode & 0777);
+    EXPECT_TRUE(fs::exists(file));
+    EXPECT_EQ(fs::status(file), FileStatus(FileType::regularFile, mode));
+    EXPECT_EQ(fs::fileSize(file), before.st_size);
+    EXPECT_EQ(fs::getModificationTime(file), modified);
+    EXPECT_FALSE(fs::setPermissions(file, mode));
+    EXPECT_FALSE(fs::setModificationTime(file, modified));
+    struct stat const after = rawStat(path);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 #include <kelvo/text/String.h>
 #include <kelvo/text/Unicode.h>
 
+#include <kelvo/filesystem/Path.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -188,6 +190,31 @@ TEST(NormalizationConformance, ToNFDGivesTheDecomposedColumnsForEveryLine)
             if (actual != expected)
                 failures.add("line " + std::to_string(line.lineNumber) + ": toNFD(c" + std::to_string(i + 1) + " = "
                              + hex(line.columns[i]) + ") = " + hex(actual) + ", expected " + hex(expected));
+        }
+    }
+    failures.check();
+}
+
+TEST(NormalizationConformance, PathsMadeFromUTF8HoldTheDecomposedColumnsForEveryLine)
+{
+    FailureLog failures;
+    for (NormalizationLine const& line : normalizationData().lines) {
+        for (int i = 0; i < 5; ++i) {
+            // A path turns backslashes into "/" in both forms.
+            String expected = i < 3 ? line.columns[2] : line.columns[4];
+            for (char32_t& c : expected)
+                c = c == U'\\' ? U'/' : c;
+            std::string const given = line.columns[i].toUTF8String();
+            kelvo::filesystem::Path const path(given);
+            std::string bytes = given;
+            for (char& c : bytes)
+                c = c == '\\' ? '/' : c;
+            if (path.string() != expected)
+                failures.add("line " + std::to_string(line.lineNumber) + ": the text of a path made from c"
+                             + std::to_string(i + 1) + " = " + hex(line.columns[i]) + " is " + hex(path.string()));
+            if (path.nativeString() != bytes)
+                failures.add("line " + std::to_string(line.lineNumber) + ": the native form of c" + std::to_string(i + 1)
+                             + " is not its bytes");
         }
     }
     failures.check();

@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvo::tool {
@@ -26,27 +28,40 @@ struct Invocation {
     char const* usage = "";
     /// The arguments before a "--" (options already taken out).
     std::vector<std::string> operands;
-    /// The command's own options given before a "--" ("--native"), in order.
-    std::vector<std::string> options;
-
-    /// @returns true when the option `name` was given.
-    bool hasOption(char const* name) const
-    {
-        for (std::string const& option : options)
-            if (option == name)
-                return true;
-        return false;
-    }
     /// The arguments after the first "--".
     std::vector<std::string> afterSeparator;
     /// True when a "--" was given.
     bool sawSeparator = false;
+    /// The options given, by their long or short name ("-l", "--timeout"),
+    /// with their values ("" for an option without one).
+    std::vector<std::pair<std::string, std::string>> options;
 
     /// @returns every operand, those after "--" included, in order.
     std::vector<std::string> allOperands() const;
+    /// @returns true when the option `name` was given.
+    bool hasOption(char const* name) const;
+    /// @returns the value of the last `name` given, or null when none was.
+    std::string const* optionValue(char const* name) const;
 };
 
-/// Prints "kelvo-fs NAME: message" and the usage text on standard error.
+/// One subcommand of the table in kelvo-fs.cpp, as help, completion and the
+/// option parser see it. The first line of `usage` is its synopsis
+/// ("Usage: kelvo-fs ls [-a] [-l] [-h] [--json] [PATH...]"): the options it
+/// shows are the options the command accepts ("[--timeout SECONDS]" takes a
+/// value); the second line is the one-line summary that `help` lists.
+struct CommandInfo {
+    char const* name;
+    char const* usage;
+    int (*run)(Invocation const&);
+};
+
+/// Runs the command line `argv` against `commands`, with `help [COMMAND]`
+/// and `--help` answered from the table.
+/// @returns the process's exit status.
+int runCommandLine(int argc, char** argv, std::vector<CommandInfo> const& commands, char const* toolUsage);
+
+/// Prints "kelvo-fs NAME: message" and the one-line synopsis of the command on
+/// standard error.
 /// @returns kExitBadUsage.
 int badUsage(Invocation const& invocation, std::string const& message);
 
@@ -54,15 +69,42 @@ int badUsage(Invocation const& invocation, std::string const& message);
 /// @returns kExitNegative.
 int failure(Invocation const& invocation, std::string const& message);
 
+/// Runs `command` (searched in PATH) with this process's standard streams and
+/// environment and waits for it; a failure to start it is reported on
+/// standard error as "kelvo-fs NAME: cannot run ...".
+/// @returns its exit status, 128 plus the signal number when a signal ended
+/// it, 126 or 127 when it could not be started, or -1 (errno set) when no
+/// process could be made or waited for.
+int runCommand(Invocation const& invocation, std::vector<std::string> const& command);
+
 // ---- Formatting -------------------------------------------------------------
+
+/// @returns `reason` spelled as the C library spells an errno value
+/// ("Permission denied"), or `fallback` when `error` is 0.
+std::string reasonText(int error, char const* fallback = "failed");
+
+/// The one way kelvo-fs shows a name: UTF-8 as it is, every byte that is not
+/// part of valid UTF-8 and every control character as \xHH, a backslash
+/// doubled. Used by every command, in text and in JSON alike.
+/// @returns the shown form of the bytes `bytes`.
+std::string escapeName(std::string const& bytes);
+
+/// @returns `bytes` shown as `escapeName` does, in single quotes, for messages.
+std::string quoteName(std::string const& bytes);
+
+/// @returns `text` as a JSON string (quotes, `\\`, `\"` and \u escapes) of
+/// `escapeName(text)`, so that JSON shows names exactly as the text does.
+std::string jsonName(std::string const& bytes);
+
+/// @returns `text` as a JSON string; `text` must be valid UTF-8.
+std::string jsonString(std::string const& text);
 
 /// @returns `bytes` in double quotes: printable ASCII as it is, `\` and `"`
 /// escaped with a backslash, every other byte as \xHH.
 std::string quoteBytes(std::string const& bytes);
 
-/// @returns `text` in double quotes as UTF-8: `\` and `"` escaped with a
-/// backslash, control characters and the code points that stand for
-/// undecodable bytes as \xHH, values that cannot be encoded as \u{HEX}.
+/// @returns `text` in double quotes, shown as `escapeName` shows names, with
+/// `"` escaped too and values that cannot be encoded as \u{HEX}.
 std::string quoteText(kelvo::unicode::String const& text);
 
 /// @returns the name of the enumerator of `type` ("regularFile", ...), or
@@ -76,6 +118,15 @@ std::string permissionsText(kelvo::filesystem::Permissions permissions);
 /// @returns the time in ISO 8601 UTC with microseconds
 /// ("2026-11-22T02:12:51.123456Z"), or "unknown" when it cannot be shown.
 std::string timeText(kelvo::filesystem::FileTime time);
+
+/// @returns the time in the local time zone to the minute
+/// ("2026-11-22 03:12"), or "?" when it cannot be shown.
+std::string localTimeText(kelvo::filesystem::FileTime time);
+
+/// @returns `size` in bytes below 1024, else in K, M, G, T, P or E (powers
+/// of 1024) rounded up, with one decimal below 10: "1023", "1.0K", "1.5K",
+/// "10K", "3.4M".
+std::string humanSize(std::int64_t size);
 
 /// @returns "true" or "false".
 char const* boolText(bool value);
@@ -92,7 +143,8 @@ std::string elementsText(kelvo::filesystem::Path const& path);
 /// from the result of `kelvo_private::filesystem::compare`.
 std::string comparisonText(kelvo::unicode::String const& a, kelvo::unicode::String const& b, int order);
 
-/// Writes one listing line: type, size (or "-" when unknown) and name.
+/// Writes one listing line: type, size (or "-" when unknown) and name (shown
+/// as `escapeName` shows names).
 void printListingLine(std::ostream& out, kelvo::filesystem::FileType type, std::int64_t size,
                       std::string const& name);
 
@@ -107,6 +159,36 @@ int runLock(Invocation const& invocation);
 int runLocked(Invocation const& invocation);
 int runCurrentDirectory(Invocation const& invocation);
 int runDemo(Invocation const& invocation);
+int runMutex(Invocation const& invocation);
+int runTemporaryDirectories(Invocation const& invocation);
+int runInTemporaryDirectory(Invocation const& invocation);
+
+// Usage texts of the path transformation commands.
+extern char const kResolveUsage[];
+extern char const kCanonicalUsage[];
+extern char const kCompleteUsage[];
+extern char const kLimitsUsage[];
+extern char const kCheckLengthUsage[];
+extern char const kSanitizeUsage[];
+extern char const kDos83Usage[];
+extern char const kElideUsage[];
+extern char const kGlobUsage[];
+extern char const kFixCaseUsage[];
+
+/// Writes the demo's lines about the path transformations, using the files
+/// the demo made in `directory`.
+void showTransformations(std::ostream& out, kelvo::filesystem::Path const& directory);
+
+int runResolve(Invocation const& invocation);
+int runCanonical(Invocation const& invocation);
+int runComplete(Invocation const& invocation);
+int runLimits(Invocation const& invocation);
+int runCheckLength(Invocation const& invocation);
+int runSanitize(Invocation const& invocation);
+int runDos83(Invocation const& invocation);
+int runElide(Invocation const& invocation);
+int runGlob(Invocation const& invocation);
+int runFixCase(Invocation const& invocation);
 
 // File operations (FileCommands.cpp), with their usage texts.
 extern char const kMakeDirectoryUsage[];

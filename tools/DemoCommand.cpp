@@ -4,9 +4,11 @@
 #include <kelvo/filesystem/private.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <mutex>
 #include <utility>
 
 #include <sys/stat.h>
@@ -221,6 +223,8 @@ int showDisk(Invocation const& invocation)
     if (!taken || before || !during || after)
         return failure(invocation, "the lock did not behave as expected");
 
+    showTransformations(std::cout, area.path());
+
     if (!area.removeEverything())
         return failure(invocation, "cannot remove the temporary directory");
     std::cout << "removed the temporary directory and everything in it\n";
@@ -259,6 +263,32 @@ int showFileOperations(Invocation const& invocation)
     return kExitSuccess;
 }
 
+int showTemporaryStorage()
+{
+    namespace fs = kelvo::filesystem;
+    printHeading("Temporary directory and file mutex");
+    Path directory;
+    {
+        fs::TemporaryDirectory temporary(String("kelvo-fs-demo-"), std::chrono::hours(24));
+        directory = fs::getTemporaryDirectory();
+        std::string const name = directory.filename().nativeString();
+        bool const numbered = name.size() > 14 && name.compare(0, 14, "kelvo-fs-demo-") == 0
+            && name.find_first_not_of("0123456789", 14) == std::string::npos;
+        std::cout << "private temporary directory " << name << " in " << directory.parentPath().nativeString()
+                  << "\nnamed kelvo-fs-demo- and a random number: " << boolText(numbered) << '\n';
+        Path const mutexFile = directory / Path("demo.mutex");
+        fs::FileMutex mutex(mutexFile, std::chrono::seconds(10));
+        {
+            std::lock_guard<fs::FileMutex> hold(mutex);
+            std::cout << "file mutex taken: its file holds " << fs::fileSize(mutexFile)
+                      << " bytes, this process's identifier\n";
+        }
+        std::cout << "file mutex released: its file is gone: " << boolText(!fs::exists(mutexFile)) << '\n';
+    }
+    std::cout << "private temporary directory deleted with its scope: " << boolText(!fs::exists(directory)) << '\n';
+    return kExitSuccess;
+}
+
 } // namespace
 
 int runDemo(Invocation const& invocation)
@@ -273,7 +303,10 @@ int runDemo(Invocation const& invocation)
     int const status = showDisk(invocation);
     if (status != kExitSuccess)
         return status;
-    return showFileOperations(invocation);
+    int const filesStatus = showFileOperations(invocation);
+    if (filesStatus != kExitSuccess)
+        return filesStatus;
+    return showTemporaryStorage();
 }
 
 } // namespace kelvo::tool

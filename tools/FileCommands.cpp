@@ -14,12 +14,16 @@ using kelvo::filesystem::Path;
 
 char const kMakeDirectoryUsage[] =
     "Usage: kelvo-fs mkdir [-p] PATH...\n"
+    "Make directories.\n"
+    "\n"
     "Makes each directory PATH (mode 0777 less the umask). With -p, makes the\n"
     "missing directories above it too. Something already at PATH counts as made.\n"
     "Exit status 1 when a directory cannot be made (the reason is shown).\n";
 
 char const kRemoveUsage[] =
     "Usage: kelvo-fs rm [-r] PATH...\n"
+    "Remove files, empty directories or (-r) whole trees.\n"
+    "\n"
     "Removes each PATH: a file, a symbolic link or an empty directory; with -r a\n"
     "directory with everything below it (a link is never descended into). A link\n"
     "to a directory or a dangling link is refused, and inside a tree it stops the\n"
@@ -27,6 +31,8 @@ char const kRemoveUsage[] =
 
 char const kRemoveMatchingUsage[] =
     "Usage: kelvo-fs rm-matching [-r] DIRECTORY PATTERN\n"
+    "Remove the entries of a directory whose names match a pattern.\n"
+    "\n"
     "Removes the entries of DIRECTORY (not its subdirectories' entries) whose\n"
     "names match the glob PATTERN (\"?\" one character, \"*\" any run). Without -r\n"
     "a matching directory goes only when empty; with -r with everything in it.\n"
@@ -35,6 +41,8 @@ char const kRemoveMatchingUsage[] =
 
 char const kCopyUsage[] =
     "Usage: kelvo-fs cp [-r] [--overwrite] FROM TO\n"
+    "Copy a file or (-r) a directory tree.\n"
+    "\n"
     "Copies the file FROM (links followed) to TO; the copy gets FROM's permissions\n"
     "less the umask. An existing TO is refused unless --overwrite is given. With -r\n"
     "a directory FROM is copied with everything below it into the new directory\n"
@@ -43,22 +51,30 @@ char const kCopyUsage[] =
 
 char const kMoveUsage[] =
     "Usage: kelvo-fs mv FROM TO\n"
+    "Move or rename, across file systems too.\n"
+    "\n"
     "Moves FROM to TO: a rename, or across file systems a copy that never\n"
     "overwrites followed by the removal of FROM. Exit status 1 on failure.\n";
 
 char const kLinkUsage[] =
-    "Usage: kelvo-fs ln -s TARGET LINK\n"
+    "Usage: kelvo-fs ln [-s] TARGET LINK\n"
+    "Make a symbolic link (-s is required).\n"
+    "\n"
     "Makes the symbolic link LINK holding the text TARGET. Exit status 1 when it\n"
     "cannot be made (LINK exists, no permission).\n";
 
 char const kCompareFilesUsage[] =
     "Usage: kelvo-fs cmp A B\n"
+    "Compare the contents of two files.\n"
+    "\n"
     "Compares the contents of the files A and B (links followed). Exit status 0\n"
     "when they are the same, 1 when they differ, 2 when A or B is missing or a\n"
     "directory.\n";
 
 char const kCompareTreesUsage[] =
     "Usage: kelvo-fs cmp-tree A B\n"
+    "Compare two directory trees.\n"
+    "\n"
     "Compares the directory trees A and B: the same names (ignoring letter case\n"
     "and composition), the same kinds, the same file contents. Exit status 0 when\n"
     "they are the same, 1 when they differ, 2 when A or B is missing or not a\n"

@@ -2,6 +2,7 @@
 #include "Commands.h"
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <iomanip>
 #include <iostream>
@@ -40,9 +41,27 @@ std::vector<std::string> Invocation::allOperands() const
     return all;
 }
 
+bool Invocation::hasOption(char const* name) const
+{
+    return optionValue(name) != nullptr;
+}
+
+std::string const* Invocation::optionValue(char const* name) const
+{
+    std::string const* found = nullptr;
+    for (auto const& option : options) {
+        if (option.first == name)
+            found = &option.second;
+    }
+    return found;
+}
+
 int badUsage(Invocation const& invocation, std::string const& message)
 {
-    std::cerr << "kelvo-fs " << invocation.name << ": " << message << '\n' << invocation.usage;
+    std::string usage = invocation.usage;
+    std::string synopsis = usage.substr(0, usage.find('\n'));
+    std::cerr << "kelvo-fs " << invocation.name << ": " << message << '\n'
+              << synopsis << "  (kelvo-fs help " << invocation.name << " tells more)\n";
     return kExitBadUsage;
 }
 
@@ -50,6 +69,78 @@ int failure(Invocation const& invocation, std::string const& message)
 {
     std::cerr << "kelvo-fs " << invocation.name << ": " << message << '\n';
     return kExitNegative;
+}
+
+std::string reasonText(int error, char const* fallback)
+{
+    return error == 0 ? std::string(fallback) : std::string(std::strerror(error));
+}
+
+namespace {
+
+// The one escaping of names: see escapeName. `quoted` also escapes the
+// double quote, for values shown between double quotes.
+std::string escaped(String const& text, bool quoted)
+{
+    std::string out;
+    out.reserve(text.size());
+    for (char32_t c : text) {
+        if (c == U'\\' || (quoted && c == U'"')) {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20 || c == 0x7F) {
+            appendHexByte(out, static_cast<unsigned int>(c));
+        } else if (c >= 0xDC80 && c <= 0xDCFF) {
+            // A byte that was not UTF-8 when the text was decoded.
+            appendHexByte(out, static_cast<unsigned int>(c - 0xDC00));
+        } else if ((c >= 0x80 && c < 0xA0) || (c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) {
+            char buffer[24];
+            std::snprintf(buffer, sizeof buffer, "\\u{%X}", static_cast<unsigned int>(c));
+            out += buffer;
+        } else if (c < 0x80) {
+            out += static_cast<char>(c);
+        } else {
+            out += String(1, c).toUTF8String();
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+std::string escapeName(std::string const& bytes)
+{
+    return escaped(String(bytes), false);
+}
+
+std::string quoteName(std::string const& bytes)
+{
+    return "'" + escapeName(bytes) + "'";
+}
+
+std::string jsonString(std::string const& text)
+{
+    std::string out = "\"";
+    for (char c : text) {
+        unsigned int byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (byte < 0x20 || byte == 0x7F) {
+            char buffer[8];
+            std::snprintf(buffer, sizeof buffer, "\\u%04X", byte);
+            out += buffer;
+        } else {
+            out += c;
+        }
+    }
+    out += '"';
+    return out;
+}
+
+std::string jsonName(std::string const& bytes)
+{
+    return jsonString(escapeName(bytes));
 }
 
 std::string quoteBytes(std::string const& bytes)
@@ -72,26 +163,7 @@ std::string quoteBytes(std::string const& bytes)
 
 std::string quoteText(String const& text)
 {
-    std::string out = "\"";
-    for (char32_t c : text) {
-        if (c == U'\\' || c == U'"') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20 || c == 0x7F) {
-            appendHexByte(out, static_cast<unsigned int>(c));
-        } else if (c >= 0xDC80 && c <= 0xDCFF) {
-            // A byte that was not UTF-8 when the text was decoded.
-            appendHexByte(out, static_cast<unsigned int>(c - 0xDC00));
-        } else if ((c >= 0x80 && c < 0xA0) || (c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) {
-            char buffer[24];
-            std::snprintf(buffer, sizeof buffer, "\\u{%X}", static_cast<unsigned int>(c));
-            out += buffer;
-        } else {
-            out += String(1, c).toUTF8String();
-        }
-    }
-    out += '"';
-    return out;
+    return "\"" + escaped(text, true) + "\"";
 }
 
 std::string typeName(FileType type)
@@ -147,6 +219,49 @@ std::string timeText(FileTime time)
     return buffer;
 }
 
+std::string localTimeText(FileTime time)
+{
+    long long microseconds = time.time_since_epoch().count();
+    long long seconds = microseconds / 1000000;
+    if (microseconds % 1000000 < 0)
+        seconds -= 1;
+    std::time_t whole = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    if (::localtime_r(&whole, &parts) == nullptr)
+        return "?";
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%04lld-%02d-%02d %02d:%02d", static_cast<long long>(parts.tm_year) + 1900,
+                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min);
+    return buffer;
+}
+
+std::string humanSize(std::int64_t size)
+{
+    if (size < 1024)
+        return std::to_string(size);
+    static char const kUnits[] = "KMGTPE";
+    std::uint64_t const bytes = static_cast<std::uint64_t>(size);
+    std::uint64_t unit = 1024;
+    for (int k = 0;; ++k, unit *= 1024) {
+        std::uint64_t const whole = bytes / unit;
+        std::uint64_t const rest = bytes % unit;
+        bool const last = kUnits[k + 1] == '\0';
+        // Rounded up, as a size shown must never be less than the real one.
+        std::uint64_t const tenths = whole * 10 + (rest * 10) / unit + ((rest * 10) % unit != 0 ? 1 : 0);
+        char buffer[32];
+        if (tenths < 100) {
+            std::snprintf(buffer, sizeof buffer, "%u.%u%c", static_cast<unsigned>(tenths / 10),
+                          static_cast<unsigned>(tenths % 10), kUnits[k]);
+            return buffer;
+        }
+        std::uint64_t const roundedUp = whole + (rest != 0 ? 1 : 0);
+        if (roundedUp < 1024 || last) {
+            std::snprintf(buffer, sizeof buffer, "%llu%c", static_cast<unsigned long long>(roundedUp), kUnits[k]);
+            return buffer;
+        }
+    }
+}
+
 char const* boolText(bool value)
 {
     return value ? "true" : "false";
@@ -189,7 +304,7 @@ void printListingLine(std::ostream& out, FileType type, std::int64_t size, std::
 {
     std::string sizeText = size < 0 ? "-" : std::to_string(size);
     out << std::left << std::setw(16) << typeName(type) << std::right << std::setw(12) << sizeText << "  "
-        << name << '\n';
+        << escapeName(name) << '\n';
 }
 
 } // namespace kelvo::tool

@@ -2,15 +2,26 @@
 #include "Commands.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <iostream>
+#include <optional>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace kelvo::tool {
 
 using kelvo::filesystem::DirectoryEntry;
 using kelvo::filesystem::DirectoryIterator;
+using kelvo::filesystem::FileTime;
+using kelvo::filesystem::FileType;
 using kelvo::filesystem::Path;
+using kelvo::filesystem::PathLess;
+using kelvo::filesystem::Permissions;
 
 namespace {
+
+namespace fs = kelvo::filesystem;
 
 constexpr int kStatLabelWidth = 20;
 
@@ -21,67 +32,311 @@ void printStatField(std::string const& label, std::string const& value)
     std::cout << labelText << value << '\n';
 }
 
+std::string jsonOrNull(bool known, std::string const& json)
+{
+    return known ? json : "null";
+}
+
+// ---- ls -------------------------------------------------------------------------
+
+/// One line of a listing, whichever form it is shown in.
+struct Row {
+    std::string name;        ///< the bytes of the name as listed or as typed
+    std::string path;        ///< the bytes of the full path
+    FileType type = FileType::none;
+    Permissions permissions = Permissions::unknownPermissions;
+    bool isLink = false;
+    std::string target;      ///< what a symbolic link holds
+    std::int64_t size = -1;
+    std::optional<FileTime> modified;
+};
+
+/// What the system says of a symbolic link itself, which the library does
+/// not tell (its status follows links, and its link status cannot tell a link
+/// from a regular file): whether `native` is a link, and its own size, time
+/// and contents.
+bool describeLink(std::string const& native, Row& row)
+{
+    struct stat st;
+    if (::lstat(native.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+        return false;
+    row.isLink = true;
+    row.type = FileType::symbolicLink;
+    row.permissions = static_cast<Permissions>(st.st_mode & 0777);
+    row.size = static_cast<std::int64_t>(st.st_size);
+    row.modified = FileTime(std::chrono::microseconds(static_cast<long long>(st.st_mtim.tv_sec) * 1000000
+                                                      + st.st_mtim.tv_nsec / 1000));
+    std::string buffer(static_cast<std::size_t>(st.st_size > 0 ? st.st_size : 0) + 256, '\0');
+    ssize_t got = ::readlink(native.c_str(), buffer.data(), buffer.size());
+    if (got >= 0)
+        row.target = buffer.substr(0, static_cast<std::size_t>(got));
+    return true;
+}
+
+/// Fills a row from the library's status of `path`, or from the link itself
+/// when `mayBeLink` and `path` is a symbolic link.
+Row makeRow(std::string name, Path const& path, fs::FileStatus status, bool mayBeLink)
+{
+    Row row;
+    row.name = std::move(name);
+    row.path = path.nativeString();
+    if (mayBeLink && describeLink(row.path, row))
+        return row;
+    row.type = status.getType();
+    row.permissions = status.getPermissions();
+    if (row.type != FileType::none) {
+        row.size = fs::fileSize(path);
+        row.modified = fs::getModificationTime(path);
+    }
+    return row;
+}
+
+char typeLetter(Row const& row)
+{
+    if (row.isLink)
+        return 'l';
+    switch (row.type) {
+    case FileType::regularFile:
+        return '-';
+    case FileType::directory:
+        return 'd';
+    case FileType::symbolicLink:
+        return 'l';
+    case FileType::blockDevice:
+        return 'b';
+    case FileType::characterDevice:
+        return 'c';
+    case FileType::fifo:
+        return 'p';
+    default:
+        return '?';
+    }
+}
+
+std::string modeText(Row const& row)
+{
+    std::string mode(1, typeLetter(row));
+    if (row.permissions == Permissions::unknownPermissions)
+        return mode + "?????????";
+    unsigned int bits = static_cast<unsigned int>(row.permissions);
+    char const* letters = "rwxrwxrwx";
+    for (int i = 0; i < 9; ++i)
+        mode += (bits & (0400u >> i)) ? letters[i] : '-';
+    return mode;
+}
+
+struct ListOptions {
+    bool all = false;
+    bool longForm = false;
+    bool human = false;
+    bool json = false;
+};
+
+void printRows(std::vector<Row> const& rows, ListOptions const& options)
+{
+    if (options.json) {
+        for (Row const& row : rows) {
+            std::cout << "{\"name\": " << jsonName(row.name) << ", \"path\": " << jsonName(row.path)
+                      << ", \"type\": " << jsonString(typeName(row.type))
+                      << ", \"target\": " << jsonOrNull(row.isLink, jsonName(row.target))
+                      << ", \"permissions\": "
+                      << jsonOrNull(row.permissions != Permissions::unknownPermissions,
+                                    jsonString(permissionsText(row.permissions)))
+                      << ", \"size\": " << jsonOrNull(row.size >= 0, std::to_string(row.size))
+                      << ", \"modified\": " << jsonOrNull(row.modified.has_value(),
+                                                          row.modified ? jsonString(timeText(*row.modified)) : "")
+                      << "}\n";
+        }
+        return;
+    }
+    if (!options.longForm) {
+        for (Row const& row : rows)
+            std::cout << escapeName(row.name) << '\n';
+        return;
+    }
+    std::vector<std::string> sizes;
+    std::vector<std::string> times;
+    std::size_t sizeWidth = 0;
+    std::size_t timeWidth = 0;
+    for (Row const& row : rows) {
+        sizes.push_back(row.size < 0 ? "?" : options.human ? humanSize(row.size) : std::to_string(row.size));
+        times.push_back(row.modified ? localTimeText(*row.modified) : "?");
+        sizeWidth = std::max(sizeWidth, sizes.back().size());
+        timeWidth = std::max(timeWidth, times.back().size());
+    }
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        Row const& row = rows[i];
+        std::cout << modeText(row) << ' ' << std::string(sizeWidth - sizes[i].size(), ' ') << sizes[i] << ' '
+                  << times[i] << std::string(timeWidth - times[i].size(), ' ') << ' ' << escapeName(row.name);
+        if (row.isLink)
+            std::cout << " -> " << escapeName(row.target);
+        std::cout << '\n';
+    }
+}
+
+/// Orders rows by name as paths compare (letter case and composition
+/// ignored), names that compare equal by their bytes.
+void sortRows(std::vector<Row>& rows)
+{
+    std::sort(rows.begin(), rows.end(), [](Row const& a, Row const& b) {
+        Path const x(a.name);
+        Path const y(b.name);
+        if (PathLess()(x, y))
+            return true;
+        if (PathLess()(y, x))
+            return false;
+        return a.name < b.name;
+    });
+}
+
+/// Lists the directory `text`.
+/// @returns false, with the reason told, when it cannot be opened.
+bool listDirectory(Invocation const& invocation, std::string const& text, ListOptions const& options,
+                   std::vector<Row>& rows)
+{
+    Path const directory(text);
+    errno = 0;
+    DirectoryIterator listing(directory);
+    int const error = errno;
+    if (!listing.canIterate()) {
+        failure(invocation, "cannot open directory " + quoteName(text) + ": " + reasonText(error));
+        return false;
+    }
+    if (options.all) {
+        for (char const* dot : {".", ".."}) {
+            Path const path = directory / Path(dot);
+            rows.push_back(makeRow(dot, path, fs::status(path), true));
+        }
+    }
+    for (DirectoryIterator end; listing != end; ++listing) {
+        DirectoryEntry const& entry = *listing;
+        std::string name = entry.getPath().filename().nativeString();
+        if (!options.all && !name.empty() && name[0] == '.')
+            continue;
+        // The listing tells a symbolic link by its own type.
+        bool const link = entry.getSymlinkStatus().getType() == FileType::symbolicLink;
+        rows.push_back(makeRow(std::move(name), entry.getPath(), entry.getStatus(), link));
+    }
+    sortRows(rows);
+    return true;
+}
+
 } // namespace
 
 int runStat(Invocation const& invocation)
 {
-    namespace fs = kelvo::filesystem;
     std::vector<std::string> paths = invocation.allOperands();
     if (paths.empty())
         return badUsage(invocation, "expects at least one PATH");
+    bool const json = invocation.hasOption("--json");
     int result = kExitSuccess;
     bool first = true;
     for (std::string const& text : paths) {
-        if (!first)
-            std::cout << '\n';
-        first = false;
         Path path(text);
-        bool found = fs::exists(path);
+        errno = 0;
+        bool const found = fs::exists(path);
+        int const error = errno;
         fs::FileStatus followed = fs::status(path);
         fs::FileStatus itself = fs::symbolicLinkStatus(path);
-        printStatField("path", quoteText(kelvo::unicode::String(text)));
-        printStatField("status", typeName(followed.getType()));
-        printStatField("symbolicLinkStatus", typeName(itself.getType()));
-        // The access bits of a link are those of what it points to.
-        printStatField("permissions", permissionsText(followed.getPermissions()));
-        printStatField("size", found ? std::to_string(fs::fileSize(path)) : "unknown");
-        printStatField("modified", found ? timeText(fs::getModificationTime(path)) : "unknown");
+        std::int64_t const size = found ? fs::fileSize(path) : -1;
+        FileTime const modified = fs::getModificationTime(path);
+        bool const knownPermissions = followed.getPermissions() != Permissions::unknownPermissions;
+        if (json) {
+            std::cout << "{\"path\": " << jsonName(text) << ", \"exists\": " << boolText(found)
+                      << ", \"status\": " << jsonString(typeName(followed.getType()))
+                      << ", \"symbolicLinkStatus\": " << jsonString(typeName(itself.getType()))
+                      << ", \"permissions\": "
+                      << jsonOrNull(knownPermissions, jsonString(permissionsText(followed.getPermissions())))
+                      << ", \"size\": " << jsonOrNull(found, std::to_string(size))
+                      << ", \"modified\": " << jsonOrNull(found, jsonString(timeText(modified)))
+                      << ", \"error\": " << jsonOrNull(!found, jsonString(reasonText(error, "does not exist")))
+                      << "}\n";
+        } else {
+            if (!first)
+                std::cout << '\n';
+            first = false;
+            printStatField("path", quoteText(kelvo::unicode::String(text)));
+            printStatField("status", typeName(followed.getType()));
+            printStatField("symbolicLinkStatus", typeName(itself.getType()));
+            // The access bits of a link are those of what it points to.
+            printStatField("permissions", permissionsText(followed.getPermissions()));
+            printStatField("size", found ? std::to_string(size) : "unknown");
+            printStatField("modified", found ? timeText(modified) : "unknown");
+        }
         if (!found)
-            result = failure(invocation, text + ": does not exist");
+            result = failure(invocation, "cannot stat " + quoteName(text) + ": " + reasonText(error, "does not exist"));
     }
     return result;
 }
 
 int runList(Invocation const& invocation)
 {
-    namespace fs = kelvo::filesystem;
+    ListOptions options;
+    options.all = invocation.hasOption("-a");
+    options.longForm = invocation.hasOption("-l");
+    options.human = invocation.hasOption("-h");
+    options.json = invocation.hasOption("--json");
     std::vector<std::string> operands = invocation.allOperands();
-    if (operands.size() != 1)
-        return badUsage(invocation, "expects one DIRECTORY");
-    DirectoryIterator listing{Path(operands[0])};
-    if (!listing.canIterate())
-        return failure(invocation, operands[0] + ": cannot be listed (missing, not a directory or not readable)");
-    std::vector<DirectoryEntry> entries;
-    for (DirectoryIterator end; listing != end; ++listing)
-        entries.push_back(*listing);
-    // Entries of one directory differ only in their names: this sorts by name, code point by code point.
-    std::sort(entries.begin(), entries.end());
-    for (DirectoryEntry const& entry : entries) {
-        Path const& path = entry.getPath();
-        printListingLine(std::cout, entry.getStatus().getType(), fs::fileSize(path),
-                         path.filename().nativeString());
+    if (operands.empty())
+        operands.push_back(".");
+
+    int result = kExitSuccess;
+    std::vector<Row> files;
+    std::vector<std::string> directories;
+    for (std::string const& text : operands) {
+        Path const path(text);
+        errno = 0;
+        fs::FileStatus const status = fs::status(path);
+        int error = errno;
+        if (status.getType() == FileType::directory) {
+            directories.push_back(text);
+            continue;
+        }
+        if (status.getType() == FileType::none) {
+            // A dangling link is still there to be shown.
+            Row row;
+            if (!describeLink(path.nativeString(), row)) {
+                result = failure(invocation, "cannot access " + quoteName(text) + ": " + reasonText(error));
+                continue;
+            }
+        }
+        files.push_back(makeRow(text, path, status, true));
     }
-    return kExitSuccess;
+    sortRows(files);
+    std::sort(directories.begin(), directories.end(), [](std::string const& a, std::string const& b) {
+        return PathLess()(Path(a), Path(b)) || (!PathLess()(Path(b), Path(a)) && a < b);
+    });
+
+    printRows(files, options);
+    bool const headings = operands.size() > 1 && !options.json;
+    bool printedGroup = !files.empty();
+    for (std::string const& text : directories) {
+        std::vector<Row> rows;
+        if (!listDirectory(invocation, text, options, rows)) {
+            result = kExitNegative;
+            continue;
+        }
+        if (headings) {
+            if (printedGroup)
+                std::cout << '\n';
+            std::cout << escapeName(text) << ":\n";
+        }
+        printedGroup = true;
+        printRows(rows, options);
+    }
+    return result;
 }
 
 int runCurrentDirectory(Invocation const& invocation)
 {
     if (!invocation.allOperands().empty())
         return badUsage(invocation, "takes no arguments");
+    errno = 0;
     Path directory = kelvo::filesystem::getCurrentDirectory();
+    int const error = errno;
     if (directory.empty())
-        return failure(invocation, "the current directory cannot be found");
-    std::cout << directory.nativeString() << '\n';
+        return failure(invocation, "cannot find the current directory: " + reasonText(error));
+    std::cout << escapeName(directory.nativeString()) << '\n';
     return kExitSuccess;
 }
 

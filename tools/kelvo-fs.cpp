@@ -1,6 +1,8 @@
 // kelvo-fs: the command line's way into the library; this file holds main, the usage texts and the dispatch.
 #include "Commands.h"
 
+#include <kelvo/filesystem/Version.h>
+
 #include <cstring>
 #include <iostream>
 
@@ -10,35 +12,15 @@ using kelvo::tool::Invocation;
 
 constexpr char kToolUsage[] =
     "Usage: kelvo-fs COMMAND [ARGUMENT...]\n"
-    "       kelvo-fs COMMAND --help\n"
+    "       kelvo-fs help [COMMAND]\n"
+    "       kelvo-fs --version\n"
     "\n"
-    "The command-line front door of kelvo-filesystem.\n"
-    "\n"
-    "Commands:\n"
-    "  path PATH...             show how each path is normalised, split and iterated\n"
-    "  compare A B              compare two paths ignoring letter case and composition\n"
-    "  stat PATH...             show type, permissions, size and modification time\n"
-    "  ls DIRECTORY             list a directory with the type and size of each entry\n"
-    "  lock FILE -- COMMAND...  run COMMAND while holding a lock on FILE\n"
-    "  locked FILE              tell whether FILE is locked\n"
-    "  cwd                      print the current directory\n"
-    "  mkdir [-p] PATH...       make directories\n"
-    "  rm [-r] PATH...          remove files, empty directories or (-r) trees\n"
-    "  rm-matching [-r] DIR PATTERN\n"
-    "                           remove the entries of DIR whose names match PATTERN\n"
-    "  cp [-r] [--overwrite] FROM TO\n"
-    "                           copy a file or (-r) a directory tree\n"
-    "  mv FROM TO               move or rename, across file systems too\n"
-    "  ln -s TARGET LINK        make a symbolic link\n"
-    "  cmp A B                  compare the contents of two files\n"
-    "  cmp-tree A B             compare two directory trees\n"
-    "  demo                     take a short tour of the library\n"
-    "\n"
-    "Exit status: 0 success, 1 a negative answer or a failure, 2 bad usage.\n"
-    "A \"--\" ends the options: the arguments after it are taken as they are.\n";
+    "The command-line front door of kelvo-filesystem.\n";
 
 constexpr char kPathUsage[] =
     "Usage: kelvo-fs path [--native] PATH...\n"
+    "Show how the library normalises, splits and iterates each PATH.\n"
+    "\n"
     "Shows how the library reads each PATH: its normalised text (decomposed\n"
     "Unicode, \"/\" separators), its native bytes (\\xHH for each byte that is not\n"
     "printable ASCII), root name, root directory, relative path, parent path, file\n"
@@ -49,68 +31,126 @@ constexpr char kPathUsage[] =
 
 constexpr char kCompareUsage[] =
     "Usage: kelvo-fs compare A B\n"
-    "Compares two paths as the library does, ignoring letter case and Unicode\n"
-    "composition, and prints the result (A == B, A < B or A > B) with the -1, 0\n"
-    "or 1 of the comparison. Exit status 0 when they are equal, 1 when not.\n";
+    "Compare two paths ignoring letter case and Unicode composition.\n"
+    "\n"
+    "Compares two paths as the library does and prints the result (A == B, A < B\n"
+    "or A > B) with the -1, 0 or 1 of the comparison. Exit status 0 when they\n"
+    "are equal, 1 when not.\n";
 
 constexpr char kStatUsage[] =
-    "Usage: kelvo-fs stat PATH...\n"
+    "Usage: kelvo-fs stat [--json] PATH...\n"
+    "Show type, permissions, size and modification time of each PATH.\n"
+    "\n"
     "Shows for each PATH the type with links followed (status) and not followed\n"
     "(symbolicLinkStatus), the permissions in octal, the size in bytes and the\n"
-    "modification time in UTC. Exit status 1 when a PATH does not exist (what is\n"
-    "known of it is still shown).\n";
+    "modification time in UTC. Types are those the library reports: through\n"
+    "symbolicLinkStatus a regular file shows as symbolicLink, and through status\n"
+    "a socket or block device shows as directory.\n"
+    "  --json  one JSON object a line for each PATH\n"
+    "Exit status 1 when a PATH cannot be stat'ed: the reason is told on standard\n"
+    "error and what is known of it is still shown.\n";
 
 constexpr char kListUsage[] =
-    "Usage: kelvo-fs ls DIRECTORY\n"
-    "Lists DIRECTORY, one entry a line: its type (links followed), its size in\n"
-    "bytes (\"-\" when unknown) and its name, sorted by name. Exit status 1 when\n"
-    "DIRECTORY cannot be listed.\n";
+    "Usage: kelvo-fs ls [-a] [-l] [-h] [--json] [PATH...]\n"
+    "List directories and files, sorted by name as paths compare.\n"
+    "\n"
+    "Lists each directory PATH (\".\" when none is given), and shows each other\n"
+    "PATH as it is: files first, then each directory under a \"PATH:\" heading\n"
+    "when there are several. Names sort ignoring letter case and composition.\n"
+    "  -a      also show names that begin with \".\", and \".\" and \"..\"\n"
+    "  -l      long form: type and permissions, size, modification time (local\n"
+    "          time) and name, with \"-> TARGET\" after a symbolic link; aligned\n"
+    "  -h      sizes as 1.5K, 3.4M (powers of 1024, rounded up)\n"
+    "  --json  one JSON object a line for each entry (name, path, type, target,\n"
+    "          permissions, size in bytes, modified in UTC)\n"
+    "The type letter is that of the library's status, links followed: d, -, c,\n"
+    "b, p, l for a link, ? when unknown. Exit status 1 when a PATH cannot be\n"
+    "listed or found (the others are still listed).\n";
 
 constexpr char kLockUsage[] =
-    "Usage: kelvo-fs lock FILE -- COMMAND [ARGUMENT...]\n"
+    "Usage: kelvo-fs lock [--wait] [--timeout SECONDS] FILE -- COMMAND [ARGUMENT...]\n"
+    "Run COMMAND while holding an exclusive lock on FILE.\n"
+    "\n"
     "Takes an exclusive lock on the existing FILE, runs COMMAND (searched in PATH,\n"
     "with this command's standard streams), waits for it and releases the lock.\n"
+    "  --wait              when another holder has FILE, wait until it is free\n"
+    "  --timeout SECONDS   wait at most SECONDS (a decimal number; implies --wait)\n"
     "Exit status: that of COMMAND (128 plus the signal number when a signal ended\n"
     "it, 126 or 127 when it could not be started); 1 without running COMMAND when\n"
-    "FILE is missing, is a directory or is locked by another holder.\n";
+    "FILE is missing, is a directory, cannot be opened or stays locked.\n";
 
 constexpr char kLockedUsage[] =
     "Usage: kelvo-fs locked FILE\n"
+    "Tell whether FILE is locked.\n"
+    "\n"
     "Prints \"locked\" and exits with 0 when some holder has a lock on FILE (or\n"
     "FILE exists but cannot be read); prints \"not locked\" and exits with 1 when\n"
     "FILE is free, missing or a directory.\n";
 
 constexpr char kCurrentDirectoryUsage[] =
     "Usage: kelvo-fs cwd\n"
-    "Prints the current directory. Exit status 1 when it cannot be found.\n";
+    "Print the current directory.\n"
+    "\n"
+    "Exit status 1, with the reason, when it cannot be found.\n";
+
+constexpr char kMutexUsage[] =
+    "Usage: kelvo-fs mutex FILE [--stale-after SECONDS] -- COMMAND [ARGUMENT...]\n"
+    "Run COMMAND while holding the file mutex FILE.\n"
+    "\n"
+    "Takes the file mutex FILE (a 4-byte file naming its owner process), runs\n"
+    "COMMAND (searched in PATH, with this command's standard streams), waits for\n"
+    "it and releases the mutex. While another process holds FILE it waits,\n"
+    "trying every 100 ms, and says so when standard error is a terminal. While\n"
+    "COMMAND runs, FILE is rewritten regularly so that it stays fresh. A FILE\n"
+    "not rewritten for more than SECONDS whole seconds (default 30) is taken to\n"
+    "be abandoned and is taken over.\n"
+    "Exit status: that of COMMAND (128 plus the signal number when a signal ended\n"
+    "it, 126 or 127 when it could not be started); 1 without running COMMAND when\n"
+    "FILE cannot be written or read.\n";
+
+constexpr char kTemporaryDirectoriesUsage[] =
+    "Usage: kelvo-fs tmp\n"
+    "Print the system's and the current temporary directory.\n"
+    "\n"
+    "Prints the system's temporary directory (from TMPDIR, TMP, TEMP or TEMPDIR,\n"
+    "the first that is set, else /tmp) and the current one, one a line:\n"
+    "\"system: DIR\" and \"current: DIR\".\n";
+
+constexpr char kInTemporaryDirectoryUsage[] =
+    "Usage: kelvo-fs tmpdir PREFIX [--max-age SECONDS] -- COMMAND [ARGUMENT...]\n"
+    "Run COMMAND with TMPDIR set to a fresh private directory, deleted afterwards.\n"
+    "\n"
+    "Deletes what earlier runs left in the temporary directory: every entry whose\n"
+    "name begins with PREFIX and that was last modified more than SECONDS ago\n"
+    "(default 86400, one day), with everything in it. Then creates a fresh\n"
+    "directory named PREFIX followed by a random number, runs COMMAND with TMPDIR\n"
+    "set to it, waits for it and deletes the directory with everything in it.\n"
+    "PREFIX is made of letters, digits, '-' and '_'. Choose SECONDS longer than\n"
+    "any run: a directory older than that is deleted by the next run, even while\n"
+    "its command still uses it. A run that is killed leaves its directory for a\n"
+    "later run to delete.\n"
+    "Exit status: that of COMMAND (128 plus the signal number when a signal ended\n"
+    "it, 126 or 127 when it could not be started); 1 without running COMMAND when\n"
+    "the directory cannot be created.\n";
 
 constexpr char kDemoUsage[] =
     "Usage: kelvo-fs demo\n"
+    "Take a short tour of the library.\n"
+    "\n"
     "Takes a short tour of the library: normalisation, comparison, decomposition\n"
     "and iteration of sample paths, then files made, listed, locked and removed\n"
-    "in a private directory under $TMPDIR (or /tmp), and a tree made, copied,\n"
-    "compared and removed there.\n";
+    "in a private directory under $TMPDIR (or /tmp), a tree made, copied,\n"
+    "compared and removed there, and a private temporary directory with a file\n"
+    "mutex in it, deleted at the end.\n";
 
 struct Command {
     char const* name;
     char const* usage;
     int (*run)(Invocation const&);
-    /// The options the command takes besides --help, separated by spaces
-    /// (" --native "), or null for none.
-    char const* options = nullptr;
 };
 
-/// @returns true when `argument` is one of the `options` of a command.
-bool isCommandOption(char const* options, char const* argument)
-{
-    if (options == nullptr)
-        return false;
-    std::string const wanted = std::string(" ") + argument + " ";
-    return std::strstr(options, wanted.c_str()) != nullptr;
-}
-
 constexpr Command kCommands[] = {
-    {"path", kPathUsage, kelvo::tool::runPath, " --native "},
+    {"path", kPathUsage, kelvo::tool::runPath},
     {"compare", kCompareUsage, kelvo::tool::runCompare},
     {"stat", kStatUsage, kelvo::tool::runStat},
     {"ls", kListUsage, kelvo::tool::runList},
@@ -118,66 +158,40 @@ constexpr Command kCommands[] = {
     {"locked", kLockedUsage, kelvo::tool::runLocked},
     {"cwd", kCurrentDirectoryUsage, kelvo::tool::runCurrentDirectory},
     {"demo", kDemoUsage, kelvo::tool::runDemo},
-    {"mkdir", kelvo::tool::kMakeDirectoryUsage, kelvo::tool::runMakeDirectory, " -p "},
-    {"rm", kelvo::tool::kRemoveUsage, kelvo::tool::runRemove, " -r "},
-    {"rm-matching", kelvo::tool::kRemoveMatchingUsage, kelvo::tool::runRemoveMatching, " -r "},
-    {"cp", kelvo::tool::kCopyUsage, kelvo::tool::runCopy, " -r --overwrite "},
+    {"mkdir", kelvo::tool::kMakeDirectoryUsage, kelvo::tool::runMakeDirectory},
+    {"rm", kelvo::tool::kRemoveUsage, kelvo::tool::runRemove},
+    {"rm-matching", kelvo::tool::kRemoveMatchingUsage, kelvo::tool::runRemoveMatching},
+    {"cp", kelvo::tool::kCopyUsage, kelvo::tool::runCopy},
     {"mv", kelvo::tool::kMoveUsage, kelvo::tool::runMove},
-    {"ln", kelvo::tool::kLinkUsage, kelvo::tool::runLink, " -s "},
+    {"ln", kelvo::tool::kLinkUsage, kelvo::tool::runLink},
     {"cmp", kelvo::tool::kCompareFilesUsage, kelvo::tool::runCompareFiles},
     {"cmp-tree", kelvo::tool::kCompareTreesUsage, kelvo::tool::runCompareTrees},
+    {"resolve", kelvo::tool::kResolveUsage, kelvo::tool::runResolve},
+    {"canonical", kelvo::tool::kCanonicalUsage, kelvo::tool::runCanonical},
+    {"complete", kelvo::tool::kCompleteUsage, kelvo::tool::runComplete},
+    {"limits", kelvo::tool::kLimitsUsage, kelvo::tool::runLimits},
+    {"check-length", kelvo::tool::kCheckLengthUsage, kelvo::tool::runCheckLength},
+    {"sanitize", kelvo::tool::kSanitizeUsage, kelvo::tool::runSanitize},
+    {"dos83", kelvo::tool::kDos83Usage, kelvo::tool::runDos83},
+    {"elide", kelvo::tool::kElideUsage, kelvo::tool::runElide},
+    {"glob", kelvo::tool::kGlobUsage, kelvo::tool::runGlob},
+    {"fix-case", kelvo::tool::kFixCaseUsage, kelvo::tool::runFixCase},
+    {"mutex", kMutexUsage, kelvo::tool::runMutex},
+    {"tmp", kTemporaryDirectoriesUsage, kelvo::tool::runTemporaryDirectories},
+    {"tmpdir", kInTemporaryDirectoryUsage, kelvo::tool::runInTemporaryDirectory},
 };
-
-bool isHelpOption(char const* argument)
-{
-    return std::strcmp(argument, "--help") == 0 || std::strcmp(argument, "-h") == 0;
-}
-
-/// Splits the arguments of `command`, runs it and returns its exit status.
-int dispatch(Command const& command, int argc, char** argv)
-{
-    Invocation invocation;
-    invocation.name = command.name;
-    invocation.usage = command.usage;
-    for (int i = 0; i < argc; ++i) {
-        char const* argument = argv[i];
-        if (std::strcmp(argument, "--") == 0) {
-            invocation.sawSeparator = true;
-            invocation.afterSeparator.assign(argv + i + 1, argv + argc);
-            break;
-        }
-        if (isHelpOption(argument)) {
-            std::cout << command.usage;
-            return kelvo::tool::kExitSuccess;
-        }
-        if (isCommandOption(command.options, argument)) {
-            invocation.options.emplace_back(argument);
-            continue;
-        }
-        if (argument[0] == '-' && argument[1] != '\0')
-            return kelvo::tool::badUsage(invocation, std::string("unknown option ") + argument);
-        invocation.operands.emplace_back(argument);
-    }
-    return command.run(invocation);
-}
 
 int runTool(int argc, char** argv)
 {
-    if (argc < 2) {
-        std::cerr << kToolUsage;
-        return kelvo::tool::kExitBadUsage;
-    }
-    char const* name = argv[1];
-    if (isHelpOption(name)) {
-        std::cout << kToolUsage;
+    if (argc >= 2 && std::strcmp(argv[1], "--version") == 0) {
+        // The loaded library's version, which is the one that does the work.
+        std::cout << "kelvo-fs " << kelvo::filesystem::libraryVersion() << "\n";
         return kelvo::tool::kExitSuccess;
     }
-    for (Command const& command : kCommands) {
-        if (std::strcmp(command.name, name) == 0)
-            return dispatch(command, argc - 2, argv + 2);
-    }
-    std::cerr << "kelvo-fs: unknown command '" << name << "' (kelvo-fs --help lists the commands)\n";
-    return kelvo::tool::kExitBadUsage;
+    std::vector<kelvo::tool::CommandInfo> commands;
+    for (Command const& command : kCommands)
+        commands.push_back({command.name, command.usage, command.run});
+    return kelvo::tool::runCommandLine(argc, argv, commands, kToolUsage);
 }
 
 } // namespace

@@ -8,8 +8,12 @@
 
 #include <kelvo/filesystem/DirectoryIterator.h>
 #include <kelvo/filesystem/FileLock.h>
+#include <kelvo/filesystem/FileMutex.h>
 #include <kelvo/filesystem/FileStatus.h>
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
+#include <kelvo/filesystem/PathHash.h>
+#include <kelvo/filesystem/Version.h>
+#include <kelvo/filesystem/TemporaryDirectory.h>
 
 #endif

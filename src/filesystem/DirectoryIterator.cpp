@@ -15,10 +15,10 @@ namespace {
 
 // The deleter of the shared directory stream: the stream is closed when the
 // last iterator copy that shares it lets go.
-void DirStreamCloser(DIR* stream)
+void DirStreamCloser(void* stream)
 {
     if (stream != nullptr)
-        posix::closeDirectory(stream);
+        posix::closeDirectory(static_cast<DIR*>(stream));
 }
 
 bool isDotOrDotDot(char const* name) noexcept
@@ -84,7 +84,7 @@ DirectoryIterator::DirectoryIterator(Path const& directory)
     : directoryPath(directory), streamOwner(nullptr, DirStreamCloser)
 {
     DIR* opened = posix::openDirectory(PathNativeAccess::cString(directoryPath));
-    streamOwner = std::shared_ptr<DIR>(opened, DirStreamCloser);
+    streamOwner = std::shared_ptr<void>(opened, DirStreamCloser);
     stream = opened;
     if (opened != nullptr)
         canIterateFlag = true;
@@ -99,17 +99,17 @@ DirectoryIterator& DirectoryIterator::operator++()
     // The position before the entry read, so that an entry whose path cannot
     // be built (out of memory) is read again by the next step rather than
     // lost.
-    long position = posix::tellDirectory(stream);
-    dirent* entry = posix::readDirectory(stream);
+    long position = posix::tellDirectory(static_cast<DIR*>(stream));
+    dirent* entry = posix::readDirectory(static_cast<DIR*>(stream));
     while (entry != nullptr && isDotOrDotDot(entry->d_name)) {
-        position = posix::tellDirectory(stream);
-        entry = posix::readDirectory(stream);
+        position = posix::tellDirectory(static_cast<DIR*>(stream));
+        entry = posix::readDirectory(static_cast<DIR*>(stream));
     }
 
     if (entry == nullptr) {
         // The end, or a read error: either way the listing is over. The
         // stream closes here unless another copy still shares it.
-        streamOwner = std::shared_ptr<DIR>(nullptr, DirStreamCloser);
+        streamOwner = std::shared_ptr<void>(nullptr, DirStreamCloser);
         stream = nullptr;
         currentEntry = DirectoryEntry();
         return *this;
@@ -131,7 +131,7 @@ DirectoryIterator& DirectoryIterator::operator++()
         // Out of memory: the iterator stays on its current entry and the
         // stream goes back before the one that failed, for the next step.
         if (position != -1)
-            posix::seekDirectory(stream, position);
+            posix::seekDirectory(static_cast<DIR*>(stream), position);
         throw;
     }
     // The entry takes the path over with its native form, which every

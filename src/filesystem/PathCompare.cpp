@@ -6,6 +6,7 @@
 
 #include <kelvo/text/Unicode.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 
@@ -29,17 +30,22 @@ inline char32_t lowerASCII(char32_t c) noexcept
 // differ beyond ASCII letter case, or about the end of the shorter text. A
 // group whose code points agree once ASCII letters are lowered holds no
 // difference in the tolerant sense, so it needs no closer look.
+using SkipEqualBlocks = std::size_t (*)(char32_t const*, char32_t const*, std::size_t) noexcept;
+
 #if defined(__GNUC__)
 // Eight code points a vector, two vectors a step, in the compiler's generic
-// vectors: built for the widest instructions the processor offers where the
-// system can choose a version at load time.
+// vectors. The body is written once and inlined into each version, so every
+// version is compiled for its own instruction set.
 using Lanes = std::uint32_t __attribute__((vector_size(32)));
 
-#if defined(KELVO_HAS_TARGET_CLONES)
-__attribute__((target_clones("avx2", "default")))
-#endif
-std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+__attribute__((always_inline)) inline std::size_t skipEqualBlocksBody(
+    char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
 {
+    // Constants as whole vectors: a scalar of a character type mixed into
+    // vector arithmetic is not accepted by every compiler.
+    Lanes const upperA = {0x41u, 0x41u, 0x41u, 0x41u, 0x41u, 0x41u, 0x41u, 0x41u};
+    Lanes const letters = {26u, 26u, 26u, 26u, 26u, 26u, 26u, 26u};
+    Lanes const caseBit = {0x20u, 0x20u, 0x20u, 0x20u, 0x20u, 0x20u, 0x20u, 0x20u};
     std::size_t i = 0;
     for (; i + 16 <= common; i += 16) {
         Lanes a0, a1, b0, b1;
@@ -47,12 +53,11 @@ std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t 
         std::memcpy(&a1, pa + i + 8, sizeof a1);
         std::memcpy(&b0, pb + i, sizeof b0);
         std::memcpy(&b1, pb + i + 8, sizeof b1);
-        // Lowering written out in place: a vector passed to or returned from
-        // a helper would change the calling convention between the versions.
-        a0 |= reinterpret_cast<Lanes>(a0 - U'A' < 26u) & 0x20u;
-        a1 |= reinterpret_cast<Lanes>(a1 - U'A' < 26u) & 0x20u;
-        b0 |= reinterpret_cast<Lanes>(b0 - U'A' < 26u) & 0x20u;
-        b1 |= reinterpret_cast<Lanes>(b1 - U'A' < 26u) & 0x20u;
+        // A comparison gives all ones in each lane where it holds.
+        a0 |= reinterpret_cast<Lanes>((a0 - upperA) < letters) & caseBit;
+        a1 |= reinterpret_cast<Lanes>((a1 - upperA) < letters) & caseBit;
+        b0 |= reinterpret_cast<Lanes>((b0 - upperA) < letters) & caseBit;
+        b1 |= reinterpret_cast<Lanes>((b1 - upperA) < letters) & caseBit;
         Lanes const d = (a0 ^ b0) | (a1 ^ b1);
         std::uint64_t words[4];
         std::memcpy(words, &d, sizeof words);
@@ -62,7 +67,7 @@ std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t 
     return i;
 }
 #else
-std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+std::size_t skipEqualBlocksBody(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
 {
     constexpr std::size_t kBlock = 8;
     std::size_t i = 0;
@@ -74,6 +79,49 @@ std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t 
             break;
     }
     return i;
+}
+#endif
+
+std::size_t skipEqualBlocksPortable(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+{
+    return skipEqualBlocksBody(pa, pb, common);
+}
+
+#if defined(KELVO_HAS_AVX2_DISPATCH)
+// The processor's widest instructions are chosen by a plain function pointer,
+// set on the first comparison, rather than by a resolver the loader runs: a
+// resolver runs before any sanitizer's runtime is ready, and instrumented it
+// crashes the program before main.
+__attribute__((target("avx2"))) std::size_t skipEqualBlocksAvx2(
+    char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+{
+    return skipEqualBlocksBody(pa, pb, common);
+}
+
+std::size_t chooseSkipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept;
+
+// Constant-initialised, so that it is ready before any static initialiser
+// compares paths. Threads racing on the first comparison all store the same
+// choice.
+std::atomic<SkipEqualBlocks> skipEqualBlocksChosen{chooseSkipEqualBlocks};
+
+std::size_t chooseSkipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+{
+    __builtin_cpu_init();
+    SkipEqualBlocks const chosen
+        = __builtin_cpu_supports("avx2") ? skipEqualBlocksAvx2 : skipEqualBlocksPortable;
+    skipEqualBlocksChosen.store(chosen, std::memory_order_relaxed);
+    return chosen(pa, pb, common);
+}
+
+inline std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+{
+    return skipEqualBlocksChosen.load(std::memory_order_relaxed)(pa, pb, common);
+}
+#else
+inline std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+{
+    return skipEqualBlocksPortable(pa, pb, common);
 }
 #endif
 

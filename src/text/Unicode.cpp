@@ -292,8 +292,94 @@ void decomposeInPlace(String& text)
     text.replace(start, String::npos, points.data(), count);
 }
 
+namespace {
+
+// The canonical decompositions of U+00C0 to U+02FF, taken from ICU once. Every
+// code point below U+0300 is a starter, so a text made of them alone holds no
+// mark to reorder: its NFD is the decompositions of its code points one after
+// another, with no call into ICU.
+struct LatinDecompositions {
+    static constexpr std::size_t kCount = kFirstCombining - kFirstDecomposable;
+    static constexpr std::size_t kLongest = 4;
+    char32_t points[kCount][kLongest];
+    unsigned char lengths[kCount];
+    bool usable;
+};
+
+LatinDecompositions makeLatinDecompositions()
+{
+    LatinDecompositions table{};
+    table.usable = true;
+    icu::Normalizer2 const* const form = nfd();
+    for (char32_t c = 0; c < kFirstCombining; ++c)
+        table.usable = table.usable && u_getCombiningClass(static_cast<UChar32>(c)) == 0;
+    for (char32_t c = kFirstDecomposable; c < kFirstCombining; ++c) {
+        UErrorCode status = U_ZERO_ERROR;
+        icu::UnicodeString const decomposed = form->normalize(icu::UnicodeString(static_cast<UChar32>(c)), status);
+        throwOnFailure(status, "Unicode normalisation failed");
+        std::size_t const i = c - kFirstDecomposable;
+        std::size_t n = 0;
+        for (int32_t k = 0; k < decomposed.length(); k = decomposed.moveIndex32(k, 1)) {
+            if (n == LatinDecompositions::kLongest) {
+                table.usable = false;
+                break;
+            }
+            table.points[i][n++] = static_cast<char32_t>(decomposed.char32At(k));
+        }
+        table.lengths[i] = static_cast<unsigned char>(n);
+    }
+    return table;
+}
+
+LatinDecompositions const& latinDecompositions()
+{
+    static LatinDecompositions const table = makeLatinDecompositions();
+    return table;
+}
+
+// Decodes and decomposes valid UTF-8 made of code points below U+0300.
+// @returns false, with `out` untouched, for any other text.
+bool decodeLatinToNFD(char const* data, std::size_t size, String& out)
+{
+    LatinDecompositions const& table = latinDecompositions();
+    if (!table.usable)
+        return false;
+    // A byte gives at most one code point, two bytes at most four.
+    PointBuffer points;
+    char32_t* const first = points.reserve(size * 2);
+    char32_t* o = first;
+    auto const* p = reinterpret_cast<unsigned char const*>(data);
+    auto const* const end = p + size;
+    while (p != end) {
+        unsigned char const byte = *p;
+        if (byte < 0x80) {
+            *o++ = byte;
+            ++p;
+            continue;
+        }
+        // Lead bytes 0xC2 to 0xCB start U+0080 to U+02FF.
+        if (byte < 0xC2 || byte > 0xCB || p + 1 == end || (p[1] & 0xC0) != 0x80)
+            return false;
+        char32_t const c = (char32_t(byte & 0x1F) << 6) | char32_t(p[1] & 0x3F);
+        p += 2;
+        if (c < kFirstDecomposable) {
+            *o++ = c;
+            continue;
+        }
+        std::size_t const i = c - kFirstDecomposable;
+        for (std::size_t k = 0; k < table.lengths[i]; ++k)
+            *o++ = table.points[i][k];
+    }
+    out.assign(first, static_cast<std::size_t>(o - first));
+    return true;
+}
+
+} // namespace
+
 void decodeUTF8ToNFD(char const* data, std::size_t size, String& out)
 {
+    if (decodeLatinToNFD(data, size, out))
+        return;
     // Valid UTF-8 goes straight to the normaliser's own encoding, and its
     // result straight into the text; bytes that are not UTF-8 take the long
     // way, since their escapes have no UTF-16 form.

@@ -2,6 +2,11 @@
 #include <kelvo/filesystem.h>
 #include <kelvo/filesystem/private.h>
 
+// The system's directory header stays out of what users include.
+#if defined(_DIRENT_H)
+#error "a public header brings in <dirent.h>"
+#endif
+
 int main()
 {
     kelvo::filesystem::Path const path("a/b");

@@ -6,8 +6,6 @@
 #include <kelvo/filesystem/FileStatus.h>
 #include <kelvo/filesystem/Path.h>
 
-#include <dirent.h>
-
 #include <cstddef>
 #include <functional>
 #include <iterator>
@@ -97,8 +95,10 @@ public:
 
 private:
     Path directoryPath;
-    DIR* stream = nullptr;
-    std::shared_ptr<DIR> streamOwner;
+    // The system's directory stream (a DIR*), held untyped so that this
+    // header does not bring the system's directory header to its users.
+    void* stream = nullptr;
+    std::shared_ptr<void> streamOwner;
     DirectoryEntry currentEntry;
     bool canIterateFlag = false;
 };

@@ -65,9 +65,9 @@ class KELVO_FILESYSTEM_API FileStatus {
 public:
     /// The default status, `FileStatus(FileType::none, Permissions::unknownPermissions)`,
     /// means that nothing is known.
-    constexpr FileStatus(FileType type = FileType::none,
-                         Permissions permissions = Permissions::unknownPermissions) noexcept
-        : type(type), permissions(permissions)
+    constexpr FileStatus(FileType fileType = FileType::none,
+                         Permissions filePermissions = Permissions::unknownPermissions) noexcept
+        : type(fileType), permissions(filePermissions)
     {
     }
 

@@ -123,6 +123,42 @@ KELVO_FILESYSTEM_API bool isValidDirectoryPathLength(Path const& path);
 /// expression (an unbalanced "(" or "[", a trailing "\").
 KELVO_FILESYSTEM_API bool matchesGlobPattern(Path const& path, kelvo::unicode::String const& pattern);
 
+/// Replaces, one for one, every character of `path` other than ASCII letters
+/// and digits, "/", the space and !#$&'()-@^_`{}~. by "_" (combining marks of
+/// a decomposed letter included).
+/// @returns the sanitised path, of the same shape and length.
+KELVO_FILESYSTEM_API Path sanitize(Path const& path);
+
+/// Turns the last element of `path` into an upper-case DOS short name of at
+/// most eight characters, a dot and three, and numbers it "~1", "~2", ...
+/// until it names nothing beside `path`.
+/// @returns the parent of `path` joined with the short name ("FILE" when no
+/// character of the name is kept).
+KELVO_FILESYSTEM_API Path toDos8Dot3(Path const& path);
+
+/// Shortens `path` for display in `maxLength` characters: the first and the
+/// last element are always kept, elements next to them while they fit, and
+/// the dropped run in between becomes `ellipsis` between two "/".
+/// @returns the text of `path` when it is shorter than `maxLength` or nothing
+/// had to be dropped; otherwise head, "/", ellipsis, "/", tail (longer than
+/// `maxLength` when the first and last elements alone are).
+KELVO_FILESYSTEM_API kelvo::unicode::String generateElidedPath(Path const& path, unsigned long maxLength,
+                                                               kelvo::unicode::String const& ellipsis);
+
+/// Finds the spelling of `path` on disk, ignoring letter case and Unicode
+/// composition, by listing directories. With `checkAll` false an existing path
+/// and existing ancestors are trusted; with it true every element is looked up
+/// from the root down. A directory that cannot be listed keeps the element as
+/// given.
+/// @returns the on-disk spelling, whose native bytes are those of the names
+/// listed; an empty path when an element has no match.
+KELVO_FILESYSTEM_API Path findSimilarName(Path const& path, bool checkAll);
+
+/// Replaces `path` by its spelling on disk, as `findSimilarName` finds it.
+/// @returns true when `path` now holds that spelling (or already existed,
+/// with `checkAll` false); false, leaving `path` unchanged, when none is found.
+KELVO_FILESYSTEM_API bool correctFileCaseAndComposition(Path& path, bool checkAll);
+
 // ---- File operations ---------------------------------------------------------
 
 /// Makes the directory `path` (mode 0777 less the umask) after checking that

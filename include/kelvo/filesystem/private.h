@@ -3,5 +3,6 @@
 #define KELVO_FILESYSTEM_PRIVATE_H
 
 #include <kelvo/filesystem/private/Compare.h>
+#include <kelvo/filesystem/private/TemporaryDirectoryStack.h>
 
 #endif
