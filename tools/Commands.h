@@ -190,6 +190,24 @@ int runElide(Invocation const& invocation);
 int runGlob(Invocation const& invocation);
 int runFixCase(Invocation const& invocation);
 
+// File operations (FileCommands.cpp), with their usage texts.
+extern char const kMakeDirectoryUsage[];
+extern char const kRemoveUsage[];
+extern char const kRemoveMatchingUsage[];
+extern char const kCopyUsage[];
+extern char const kMoveUsage[];
+extern char const kLinkUsage[];
+extern char const kCompareFilesUsage[];
+extern char const kCompareTreesUsage[];
+int runMakeDirectory(Invocation const& invocation);
+int runRemove(Invocation const& invocation);
+int runRemoveMatching(Invocation const& invocation);
+int runCopy(Invocation const& invocation);
+int runMove(Invocation const& invocation);
+int runLink(Invocation const& invocation);
+int runCompareFiles(Invocation const& invocation);
+int runCompareTrees(Invocation const& invocation);
+
 } // namespace kelvo::tool
 
 #endif

@@ -231,6 +231,38 @@ int showDisk(Invocation const& invocation)
     return kExitSuccess;
 }
 
+int showFileOperations(Invocation const& invocation)
+{
+    namespace fs = kelvo::filesystem;
+    printHeading("File operations");
+    char const* base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/kelvo-fs-demo-XXXXXX";
+    if (::mkdtemp(pattern.data()) == nullptr)
+        return failure(invocation, "cannot make a temporary directory");
+    Path const area(pattern);
+    Path const tree = area / Path("tree");
+    bool const made = fs::createDirectories(tree / Path("docs/old"));
+    std::FILE* file = kelvo::filesystem::fopenWrapper(tree / Path("docs/notes.txt"), "w");
+    bool written = file != nullptr && std::fputs("Notes of the tour.\n", file) >= 0;
+    written = file != nullptr && std::fclose(file) == 0 && written;
+    std::cout << "createDirectories tree/docs/old: " << boolText(made) << '\n';
+    bool const copied = fs::copyDirectory(tree, area / Path("copy"), true);
+    std::cout << "copyDirectory tree -> copy: " << boolText(copied) << '\n';
+    bool const same = fs::compareDirectories(tree, area / Path("copy"));
+    std::cout << "copy compares equal to the original: " << boolText(same) << '\n';
+    bool const linked = fs::createSymbolicLink(tree / Path("docs"), area / Path("link"));
+    bool const linkRemoved = fs::removeAll(area / Path("link"));
+    std::cout << "removeAll of the link to a directory: " << boolText(linkRemoved)
+              << " (a link to a directory is never removed this way)\n";
+    // The link itself goes with a plain unlink, so that the area can go.
+    bool const linkGone = std::remove((area / Path("link")).nativeString().c_str()) == 0;
+    bool const removed = fs::removeAll(area);
+    std::cout << "removeAll of the whole area: " << boolText(removed) << '\n';
+    if (!made || !written || !copied || !same || !linked || linkRemoved || !linkGone || !removed)
+        return failure(invocation, "the file operations did not behave as expected");
+    return kExitSuccess;
+}
+
 int showTemporaryStorage()
 {
     namespace fs = kelvo::filesystem;
@@ -271,6 +303,9 @@ int runDemo(Invocation const& invocation)
     int const status = showDisk(invocation);
     if (status != kExitSuccess)
         return status;
+    int const filesStatus = showFileOperations(invocation);
+    if (filesStatus != kExitSuccess)
+        return filesStatus;
     return showTemporaryStorage();
 }
 

@@ -139,8 +139,9 @@ constexpr char kDemoUsage[] =
     "\n"
     "Takes a short tour of the library: normalisation, comparison, decomposition\n"
     "and iteration of sample paths, then files made, listed, locked and removed\n"
-    "in a private directory under $TMPDIR (or /tmp), and a private temporary\n"
-    "directory with a file mutex in it, deleted at the end.\n";
+    "in a private directory under $TMPDIR (or /tmp), a tree made, copied,\n"
+    "compared and removed there, and a private temporary directory with a file\n"
+    "mutex in it, deleted at the end.\n";
 
 struct Command {
     char const* name;
@@ -157,6 +158,14 @@ constexpr Command kCommands[] = {
     {"locked", kLockedUsage, kelvo::tool::runLocked},
     {"cwd", kCurrentDirectoryUsage, kelvo::tool::runCurrentDirectory},
     {"demo", kDemoUsage, kelvo::tool::runDemo},
+    {"mkdir", kelvo::tool::kMakeDirectoryUsage, kelvo::tool::runMakeDirectory},
+    {"rm", kelvo::tool::kRemoveUsage, kelvo::tool::runRemove},
+    {"rm-matching", kelvo::tool::kRemoveMatchingUsage, kelvo::tool::runRemoveMatching},
+    {"cp", kelvo::tool::kCopyUsage, kelvo::tool::runCopy},
+    {"mv", kelvo::tool::kMoveUsage, kelvo::tool::runMove},
+    {"ln", kelvo::tool::kLinkUsage, kelvo::tool::runLink},
+    {"cmp", kelvo::tool::kCompareFilesUsage, kelvo::tool::runCompareFiles},
+    {"cmp-tree", kelvo::tool::kCompareTreesUsage, kelvo::tool::runCompareTrees},
     {"resolve", kelvo::tool::kResolveUsage, kelvo::tool::runResolve},
     {"canonical", kelvo::tool::kCanonicalUsage, kelvo::tool::runCanonical},
     {"complete", kelvo::tool::kCompleteUsage, kelvo::tool::runComplete},

@@ -25,13 +25,17 @@ using detail::OwnedDescriptor;
 constexpr std::int64_t kSmallestBlock = 4096;
 constexpr std::int64_t kLargestBlock = 262144;
 
-// Reads until `count` bytes are in or a read gives nothing. A read that fails
-// counts as the end of the file, as a short stream read always has, so the
-// comparison loop ends.
-std::size_t readFull(int descriptor, char* buffer, std::size_t count)
+// Reads until `count` bytes are in, a read gives nothing, or `expected`
+// bytes (the size the status reported, when positive) are in: a file that
+// has not changed ends there, so no read is spent on seeing its end. A read
+// that fails counts as the end of the file, as a short stream read always
+// has, so the comparison loop ends.
+std::size_t readFull(int descriptor, char* buffer, std::size_t count, std::int64_t expected)
 {
     std::size_t got = 0;
     while (got < count) {
+        if (expected > 0 && static_cast<std::int64_t>(got) == expected)
+            break;
         long const n = posix::readSome(descriptor, buffer + got, count - got);
         if (n <= 0)
             break;
@@ -48,15 +52,19 @@ bool compareOpenFiles(int a, int b, std::int64_t size)
     std::unique_ptr<char[]> const buffers(new char[2 * block]);
     char* const bufferA = buffers.get();
     char* const bufferB = buffers.get() + block;
+    // Once the reported size is used up, every read goes to the system, so
+    // content beyond it (a file that grew) is still compared.
+    std::int64_t remaining = size;
     for (;;) {
-        std::size_t const gotA = readFull(a, bufferA, block);
-        std::size_t const gotB = readFull(b, bufferB, block);
+        std::size_t const gotA = readFull(a, bufferA, block, remaining);
+        std::size_t const gotB = readFull(b, bufferB, block, remaining);
         if (gotA != gotB)
             return false;
         if (std::memcmp(bufferA, bufferB, gotA) != 0)
             return false;
         if (gotB < block) // both at their ends: the counts agree
             return true;
+        remaining -= static_cast<std::int64_t>(gotA);
     }
 }
 
@@ -159,24 +167,27 @@ bool compareListed(DescriptorListing& listingA, DescriptorListing& listingB)
 
 bool compareFiles(Path const& a, Path const& b)
 {
-    std::int64_t const size = fileSize(a);
-    if (size != fileSize(b))
+    // A path whose native form holds a NUL byte names no file: it is taken
+    // as missing (size -1), never as the shorter name before the NUL.
+    char const* nativeA = PathNativeAccess::cStringForChange(a);
+    char const* nativeB = PathNativeAccess::cStringForChange(b);
+    std::int64_t const size = nativeA != nullptr ? fileSize(a) : -1;
+    if (size != (nativeB != nullptr ? fileSize(b) : -1))
         return false;
-    // A path whose native form holds a NUL byte cannot be opened, and an
-    // unopenable file counts as equal once the sizes agree.
-    return compareFilesAt(posix::kWorkingDirectory, PathNativeAccess::cStringForChange(a), 0,
-                          posix::kWorkingDirectory, PathNativeAccess::cStringForChange(b), 0, size);
+    return compareFilesAt(posix::kWorkingDirectory, nativeA, 0, posix::kWorkingDirectory, nativeB, 0, size);
 }
 
 bool compareDirectories(Path const& a, Path const& b)
 {
+    char const* nativeA = PathNativeAccess::cStringForChange(a);
+    char const* nativeB = PathNativeAccess::cStringForChange(b);
+    if (nativeA == nullptr || nativeB == nullptr) // names no directory
+        return false;
     if (!exists(a) || !exists(b))
         return false;
     // A directory that cannot be listed lists nothing, like a non-directory.
-    char const* nativeA = PathNativeAccess::cStringForChange(a);
-    char const* nativeB = PathNativeAccess::cStringForChange(b);
-    DescriptorListing listingA(nativeA != nullptr ? posix::openAt(posix::kWorkingDirectory, nativeA, O_RDONLY | O_DIRECTORY) : -1);
-    DescriptorListing listingB(nativeB != nullptr ? posix::openAt(posix::kWorkingDirectory, nativeB, O_RDONLY | O_DIRECTORY) : -1);
+    DescriptorListing listingA(posix::openAt(posix::kWorkingDirectory, nativeA, O_RDONLY | O_DIRECTORY));
+    DescriptorListing listingB(posix::openAt(posix::kWorkingDirectory, nativeB, O_RDONLY | O_DIRECTORY));
     return compareListed(listingA, listingB);
 }
 

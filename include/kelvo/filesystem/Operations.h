@@ -271,15 +271,16 @@ KELVO_FILESYSTEM_API bool move(Path const& from, Path const& to);
 /// Compares the contents of two files (following links).
 /// @returns false when their sizes differ (a missing file has size -1) or
 /// their bytes differ; true when they are the same, and also when the sizes
-/// agree but a file cannot be opened (two missing paths compare equal).
+/// agree but a file cannot be opened (two missing paths compare equal). A
+/// path whose native form holds a NUL byte counts as missing.
 KELVO_FILESYSTEM_API bool compareFiles(Path const& a, Path const& b);
 
 /// Compares two trees: the same names (compared as paths are: ignoring case
 /// and composition) of the same kinds (following links), files of the same
 /// contents, directories compared alike.
-/// @returns false when either path is missing or any name, kind or file
-/// differs; true otherwise (two existing non-directories list nothing and
-/// compare equal).
+/// @returns false when either path is missing (or its native form holds a
+/// NUL byte) or any name, kind or file differs; true otherwise (two existing
+/// non-directories list nothing and compare equal).
 KELVO_FILESYSTEM_API bool compareDirectories(Path const& a, Path const& b);
 
 // ---- Streams ---------------------------------------------------------------

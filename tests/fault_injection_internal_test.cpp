@@ -1,0 +1,340 @@
+// Tests of the failure paths of copy, removal and comparison, with faults injected at the system-call table: failing reads, full disks, refused deletions, exhausted descriptors and short writes.
+#include <kelvo/filesystem.h>
+
+#include "filesystem/posix/Tree.h"
+
+#include "support/FileTrees.h"
+#include "support/ProcessProbes.h"
+#include "support/ScratchDirectory.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using kelvo::filesystem::Path;
+using namespace kelvo::testing;
+namespace fs = kelvo::filesystem;
+namespace posix = kelvo::filesystem::posix;
+
+// State shared with the fake calls, reset by the fixture.
+int readCalls = 0;
+int readFailsAt = 0; // 1-based call that fails, 0 for none
+std::vector<long> readResults;
+int writeCalls = 0;
+int writeFailsAt = 0;
+int writeError = 0;
+std::vector<long> writeScript; // counts the fake write reports, one per call
+std::vector<std::pair<long, std::size_t>> writeRequests; // (offset from the first buffer, count)
+char const* firstWriteBuffer = nullptr;
+int copyRangeCalls = 0;
+int unlinkCalls = 0;
+int unlinkFailsAt = 0;
+int directoryOpens = 0;
+int directoryOpenFailsAt = 0;
+
+ssize_t countingRead(int descriptor, void* buffer, std::size_t count)
+{
+    ++readCalls;
+    if (readCalls == readFailsAt) {
+        errno = EIO;
+        readResults.push_back(-1);
+        return -1;
+    }
+    ssize_t const result = ::read(descriptor, buffer, count);
+    readResults.push_back(static_cast<long>(result));
+    return result;
+}
+
+ssize_t scriptedWrite(int descriptor, void const* buffer, std::size_t count)
+{
+    ++writeCalls;
+    if (writeCalls == writeFailsAt) {
+        errno = writeError;
+        return -1;
+    }
+    if (firstWriteBuffer == nullptr)
+        firstWriteBuffer = static_cast<char const*>(buffer);
+    writeRequests.emplace_back(static_cast<char const*>(buffer) - firstWriteBuffer, count);
+    std::size_t toWrite = count;
+    if (static_cast<std::size_t>(writeCalls) <= writeScript.size())
+        toWrite = std::min<std::size_t>(count, static_cast<std::size_t>(writeScript[static_cast<std::size_t>(writeCalls) - 1]));
+    return ::write(descriptor, buffer, toWrite);
+}
+
+ssize_t noCopyRange(int, int, std::size_t)
+{
+    ++copyRangeCalls;
+    errno = ENOSYS;
+    return -1;
+}
+
+ssize_t countingCopyRange(int from, int to, std::size_t count)
+{
+    ++copyRangeCalls;
+    return posix::systemTreeCalls().copyRange(from, to, count);
+}
+
+ssize_t failingCopyRange(int, int, std::size_t)
+{
+    ++copyRangeCalls;
+    errno = EIO;
+    return -1;
+}
+
+int refusingUnlinkAt(int directory, char const* name, int flags)
+{
+    ++unlinkCalls;
+    if (unlinkCalls == unlinkFailsAt) {
+        errno = EACCES;
+        return -1;
+    }
+    return ::unlinkat(directory, name, flags);
+}
+
+int exhaustingOpenAt(int directory, char const* name, int flags, mode_t mode)
+{
+    if ((flags & O_DIRECTORY) != 0) {
+        ++directoryOpens;
+        if (directoryOpens == directoryOpenFailsAt) {
+            errno = EMFILE;
+            return -1;
+        }
+    }
+    return ::openat(directory, name, flags, mode);
+}
+
+DIR* failingOpenDirectoryStream(int)
+{
+    errno = ENOMEM;
+    return nullptr;
+}
+
+class FaultInjection : public ScratchDirectory {
+protected:
+    void SetUp() override
+    {
+        ScratchDirectory::SetUp();
+        readCalls = readFailsAt = 0;
+        readResults.clear();
+        writeCalls = writeFailsAt = writeError = 0;
+        writeScript.clear();
+        writeRequests.clear();
+        firstWriteBuffer = nullptr;
+        copyRangeCalls = 0;
+        unlinkCalls = unlinkFailsAt = 0;
+        directoryOpens = directoryOpenFailsAt = 0;
+        descriptorsBefore = openDescriptorCount();
+    }
+    void TearDown() override
+    {
+        posix::treeCalls() = posix::systemTreeCalls();
+        ScratchDirectory::TearDown();
+    }
+
+    void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(at(name).c_str(), 0777), 0) << name; }
+    Path path(std::string const& name) const { return Path(at(name)); }
+    void expectNoDescriptorLeft() const { EXPECT_EQ(openDescriptorCount(), descriptorsBefore); }
+
+    static std::string pattern(std::size_t size)
+    {
+        std::string content(size, '\0');
+        for (std::size_t i = 0; i < size; ++i)
+            content[i] = static_cast<char>('a' + i % 26);
+        return content;
+    }
+
+    int descriptorsBefore = 0;
+};
+
+TEST_F(FaultInjection, TheTableStartsWithTheSystemsOwnCalls)
+{
+    posix::TreeCalls const& calls = posix::treeCalls();
+    posix::TreeCalls const& system = posix::systemTreeCalls();
+    EXPECT_EQ(std::memcmp(&calls, &system, sizeof calls), 0);
+}
+
+TEST_F(FaultInjection, SeventyThousandBytesTakeThreeReadsWithoutTheInKernelCopy)
+{
+    writeFile("from", pattern(70000));
+    posix::treeCalls().copyRange = noCopyRange;
+    posix::treeCalls().read = countingRead;
+    EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
+    EXPECT_EQ(readResults, (std::vector<long>{32768, 32768, 4464, 0}));
+    EXPECT_EQ(copyRangeCalls, 1);
+    EXPECT_EQ(readWholeFile(at("to")), pattern(70000));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, RegularFilesAreCopiedInTheKernelWhereItCan)
+{
+    writeFile("from", pattern(70000));
+    posix::treeCalls().copyRange = countingCopyRange;
+    posix::treeCalls().read = countingRead;
+    EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
+    EXPECT_GE(copyRangeCalls, 1);
+    EXPECT_EQ(readWholeFile(at("to")), pattern(70000));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, FailingInKernelCopyFallsBackToReadingAndWriting)
+{
+    writeFile("from", pattern(100000));
+    posix::treeCalls().copyRange = failingCopyRange;
+    posix::treeCalls().read = countingRead;
+    EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
+    EXPECT_EQ(copyRangeCalls, 1);
+    EXPECT_EQ(readCalls, 5);
+    EXPECT_EQ(readWholeFile(at("to")), pattern(100000));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, ReadFailingMidCopyGivesAShortenedCopyReportedAsSuccess)
+{
+    writeFile("from", pattern(70000));
+    posix::treeCalls().copyRange = noCopyRange;
+    posix::treeCalls().read = countingRead;
+    readFailsAt = 2;
+    EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
+    EXPECT_EQ(readWholeFile(at("to")), pattern(32768));
+    EXPECT_EQ(readWholeFile(at("from")), pattern(70000));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, WriteFailingWithNoSpaceFailsTheCopyAndKeepsTheSource)
+{
+    writeFile("from", pattern(70000));
+    posix::treeCalls().copyRange = noCopyRange;
+    posix::treeCalls().write = scriptedWrite;
+    writeFailsAt = 2;
+    writeError = ENOSPC;
+    EXPECT_FALSE(fs::copyFile(path("from"), path("to"), true));
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(readWholeFile(at("from")), pattern(70000));
+    // What was written stays: nothing is rolled back.
+    EXPECT_EQ(readWholeFile(at("to")), pattern(32768));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, WriteFailingInATreeCopyFailsThatFileAndTheCopyGoesOn)
+{
+    makeDirectory("src");
+    writeFile("src/a", "aaaa");
+    writeFile("src/b", "bbbb");
+    writeFile("src/c", "cccc");
+    posix::treeCalls().copyRange = noCopyRange;
+    posix::treeCalls().write = scriptedWrite;
+    writeFailsAt = 2;
+    writeError = ENOSPC;
+    EXPECT_FALSE(fs::copyDirectory(path("src"), path("dst"), true));
+    EXPECT_EQ(namesIn(at("dst")), (std::vector<std::string>{"a", "b", "c"}));
+    EXPECT_EQ(writeCalls, 3);
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, ShortWritesResumeAtThePositionThePreviousWriteReturned)
+{
+    std::string const content = pattern(100);
+    writeFile("from", content);
+    posix::treeCalls().copyRange = noCopyRange;
+    posix::treeCalls().write = scriptedWrite;
+    writeScript = {30, 20, 50};
+    EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
+    std::vector<std::pair<long, std::size_t>> const expected = {{0, 100}, {30, 70}, {20, 50}};
+    EXPECT_EQ(writeRequests, expected);
+    EXPECT_EQ(readWholeFile(at("to")), content.substr(0, 30) + content.substr(30, 20) + content.substr(20, 50));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, WriteThatMakesNoProgressFailsInsteadOfSpinning)
+{
+    writeFile("from", pattern(10));
+    posix::treeCalls().copyRange = noCopyRange;
+    posix::treeCalls().write = scriptedWrite;
+    writeScript = {0, 0, 0};
+    EXPECT_FALSE(fs::copyFile(path("from"), path("to"), true));
+    EXPECT_EQ(writeCalls, 1);
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, RefusedDeletionHalfWayStopsTheRemovalAtOnce)
+{
+    makeDirectory("t");
+    for (int i = 0; i < 6; ++i)
+        writeFile("t/f" + std::to_string(i), "x");
+    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    unlinkFailsAt = 3;
+    EXPECT_FALSE(fs::removeAll(path("t")));
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(unlinkCalls, 3); // nothing was tried after the refusal
+    EXPECT_EQ(namesIn(at("t")).size(), 4u);
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, RefusedDeletionDeepInATreeLeavesEveryLevelAbove)
+{
+    makeDirectory("t");
+    makeDirectory("t/a");
+    makeDirectory("t/a/b");
+    writeFile("t/a/b/f", "x");
+    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    unlinkFailsAt = 2; // the file goes, then the rmdir of t/a/b is refused
+    EXPECT_FALSE(fs::removeAllInDir(path("t")));
+    EXPECT_EQ(unlinkCalls, 2);
+    EXPECT_TRUE(isDirectoryOnDisk(at("t/a/b")));
+    EXPECT_FALSE(isPresentOnDisk(at("t/a/b/f")));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, ExhaustedDescriptorsDuringAWalkFailWithoutALeak)
+{
+    makeDirectory("t");
+    makeDirectory("t/a");
+    makeDirectory("t/a/b");
+    writeFile("t/a/b/f", "x");
+    writeFile("t/g", "g");
+    posix::treeCalls().openAt = exhaustingOpenAt;
+
+    directoryOpenFailsAt = 2; // t opens, t/a does not
+    EXPECT_FALSE(fs::removeAll(path("t")));
+    EXPECT_TRUE(isPresentOnDisk(at("t/a/b/f")));
+    expectNoDescriptorLeft();
+
+    // In a copy, a source subdirectory that cannot be opened lists nothing:
+    // its copy is an empty directory. (The removal may have taken t/g.)
+    writeFile("t/g", "g");
+    directoryOpens = 0;
+    directoryOpenFailsAt = 3; // the source, the destination, then the source's t/a
+    EXPECT_TRUE(fs::copyDirectory(path("t"), path("copy"), true));
+    EXPECT_TRUE(isDirectoryOnDisk(at("copy/a")));
+    EXPECT_TRUE(namesIn(at("copy/a")).empty());
+    EXPECT_EQ(readWholeFile(at("copy/g")), "g");
+    expectNoDescriptorLeft();
+
+    directoryOpens = 0;
+    directoryOpenFailsAt = 2; // the second tree cannot be listed
+    EXPECT_FALSE(fs::compareDirectories(path("t"), path("copy")));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, ListingThatCannotStartClosesItsDescriptor)
+{
+    makeDirectory("t");
+    makeDirectory("t/a");
+    posix::treeCalls().openDirectoryStream = failingOpenDirectoryStream;
+    // Nothing can be listed, so only an empty directory could go.
+    EXPECT_FALSE(fs::removeAll(path("t")));
+    EXPECT_TRUE(isDirectoryOnDisk(at("t/a")));
+    expectNoDescriptorLeft();
+    EXPECT_TRUE(fs::removeAll(path("t/a")));
+    expectNoDescriptorLeft();
+}
+
+} // namespace

@@ -1,0 +1,292 @@
+// Tests of the kelvo-fs file commands (mkdir, rm, rm-matching, cp, mv, ln, cmp, cmp-tree): each run as a process, its effect on disk, output and exit status checked.
+#include "support/FileTrees.h"
+#include "support/ScratchDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace kelvo::testing;
+
+constexpr char kToolPath[] = KELVO_TOOL_PATH;
+
+struct ToolRun {
+    int exitStatus = -1;
+    std::string out;
+    std::string err;
+};
+
+class ToolFileCommands : public ScratchDirectory {
+protected:
+    void SetUp() override
+    {
+        ScratchDirectory::SetUp();
+        ASSERT_EQ(::mkdir(at("work").c_str(), 0777), 0);
+    }
+
+    /// Runs the tool in the scratch directory's "work" with `arguments`; its
+    /// output goes to files beside "work", read back once it has exited.
+    ToolRun run(std::vector<std::string> const& arguments)
+    {
+        ToolRun result;
+        std::string const outPath = at("stdout");
+        std::string const errPath = at("stderr");
+        std::vector<char*> argv;
+        argv.push_back(const_cast<char*>(kToolPath));
+        for (std::string const& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        pid_t child = ::fork();
+        if (child == 0) {
+            int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            if (out < 0 || err < 0 || ::chdir(at("work").c_str()) != 0)
+                ::_exit(125);
+            ::dup2(out, STDOUT_FILENO);
+            ::dup2(err, STDERR_FILENO);
+            ::execv(kToolPath, argv.data());
+            ::_exit(124);
+        }
+        int status = 0;
+        if (child < 0 || ::waitpid(child, &status, 0) != child)
+            return result;
+        result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        result.out = readWholeFile(outPath);
+        result.err = readWholeFile(errPath);
+        return result;
+    }
+
+    std::string work(std::string const& name) const { return at("work/" + name); }
+    void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(work(name).c_str(), 0777), 0) << name; }
+    void makeFile(std::string const& name, std::string const& content)
+    {
+        ASSERT_TRUE(writeWholeFile(work(name), content)) << name;
+    }
+};
+
+bool contains(std::string const& text, std::string const& piece) { return text.find(piece) != std::string::npos; }
+
+TEST_F(ToolFileCommands, EveryCommandHasHelp)
+{
+    for (char const* command : {"mkdir", "rm", "rm-matching", "cp", "mv", "ln", "cmp", "cmp-tree"}) {
+        ToolRun const help = run({command, "--help"});
+        EXPECT_EQ(help.exitStatus, 0) << command;
+        EXPECT_TRUE(contains(help.out, std::string("Usage: kelvo-fs ") + command + " ")) << command << help.out;
+    }
+    ToolRun const top = run({"help"});
+    for (char const* summary : {"Make directories.", "Remove files, empty directories or (-r) whole trees.",
+                                "Copy a file or (-r) a directory tree.", "Move or rename, across file systems too.",
+                                "Make a symbolic link (-s is required).", "Compare the contents of two files.",
+                                "Compare two directory trees."})
+        EXPECT_TRUE(contains(top.out, summary)) << summary << top.out;
+}
+
+TEST_F(ToolFileCommands, MkdirMakesOneLevelAndWithPTheChain)
+{
+    ToolRun const single = run({"mkdir", "a"});
+    EXPECT_EQ(single.exitStatus, 0) << single.err;
+    EXPECT_TRUE(isDirectoryOnDisk(work("a")));
+
+    ToolRun const missing = run({"mkdir", "x/y/z"});
+    EXPECT_EQ(missing.exitStatus, 1);
+    EXPECT_TRUE(contains(missing.err, "the parent directory does not exist (use -p)")) << missing.err;
+    EXPECT_FALSE(isPresentOnDisk(work("x")));
+
+    ToolRun const chain = run({"mkdir", "-p", "x/y/z", "p/q"});
+    EXPECT_EQ(chain.exitStatus, 0) << chain.err;
+    EXPECT_TRUE(isDirectoryOnDisk(work("x/y/z")));
+    EXPECT_TRUE(isDirectoryOnDisk(work("p/q")));
+
+    EXPECT_EQ(run({"mkdir", "a"}).exitStatus, 0); // already there
+    EXPECT_EQ(run({"mkdir"}).exitStatus, 2);
+    EXPECT_EQ(run({"mkdir", "-q", "b"}).exitStatus, 2);
+}
+
+TEST_F(ToolFileCommands, RmRemovesFilesAndWithRTreesAndSaysWhyItRefuses)
+{
+    makeFile("f", "x");
+    makeDirectory("full");
+    makeFile("full/inner", "i");
+    makeDirectory("target");
+    makeFile("target/keep", "k");
+    ASSERT_EQ(::symlink(work("target").c_str(), work("toDir").c_str()), 0);
+    ASSERT_EQ(::symlink(work("nowhere").c_str(), work("dangling").c_str()), 0);
+
+    EXPECT_EQ(run({"rm", "f"}).exitStatus, 0);
+    EXPECT_FALSE(isPresentOnDisk(work("f")));
+
+    ToolRun const notEmpty = run({"rm", "full"});
+    EXPECT_EQ(notEmpty.exitStatus, 1);
+    EXPECT_TRUE(contains(notEmpty.err, "use -r")) << notEmpty.err;
+    EXPECT_TRUE(isDirectoryOnDisk(work("full")));
+
+    ToolRun const link = run({"rm", "-r", "toDir"});
+    EXPECT_EQ(link.exitStatus, 1);
+    EXPECT_TRUE(contains(link.err, "link to a directory")) << link.err;
+    EXPECT_TRUE(isLinkOnDisk(work("toDir")));
+
+    ToolRun const dangling = run({"rm", "dangling"});
+    EXPECT_EQ(dangling.exitStatus, 1);
+    EXPECT_TRUE(contains(dangling.err, "dangling link")) << dangling.err;
+
+    ToolRun const missing = run({"rm", "missing"});
+    EXPECT_EQ(missing.exitStatus, 1);
+    EXPECT_TRUE(contains(missing.err, "no such file or directory")) << missing.err;
+
+    EXPECT_EQ(run({"rm", "-r", "full"}).exitStatus, 0);
+    EXPECT_FALSE(isPresentOnDisk(work("full")));
+    EXPECT_EQ(readWholeFile(work("target/keep")), "k");
+}
+
+TEST_F(ToolFileCommands, RmOfATreeWithALinkToADirectoryStopsAndSaysWhy)
+{
+    makeDirectory("target");
+    makeDirectory("tree");
+    ASSERT_EQ(::symlink(work("target").c_str(), work("tree/link").c_str()), 0);
+    ToolRun const stopped = run({"rm", "-r", "tree"});
+    EXPECT_EQ(stopped.exitStatus, 1);
+    EXPECT_TRUE(contains(stopped.err, "a link to a directory or a dangling link stops it")) << stopped.err;
+    EXPECT_TRUE(isLinkOnDisk(work("tree/link")));
+    EXPECT_TRUE(isDirectoryOnDisk(work("target")));
+}
+
+TEST_F(ToolFileCommands, RmMatchingRemovesMatchingNamesAndWithRSubtrees)
+{
+    makeDirectory("d");
+    makeFile("d/a.tmp", "");
+    makeFile("d/b.txt", "");
+    makeDirectory("d/cache.tmp");
+    makeFile("d/cache.tmp/x", "");
+    ToolRun const plain = run({"rm-matching", "d", "*.tmp"});
+    EXPECT_EQ(plain.exitStatus, 1);
+    EXPECT_TRUE(contains(plain.err, "needs -r")) << plain.err;
+    ToolRun const recursive = run({"rm-matching", "-r", "d", "*.tmp"});
+    EXPECT_EQ(recursive.exitStatus, 0) << recursive.err;
+    EXPECT_EQ(namesIn(work("d")), std::vector<std::string>{"b.txt"});
+
+    makeDirectory("empty");
+    ToolRun const empty = run({"rm-matching", "empty", "*"});
+    EXPECT_EQ(empty.exitStatus, 1);
+    EXPECT_TRUE(contains(empty.err, "is empty")) << empty.err;
+    ToolRun const missing = run({"rm-matching", "missing", "*"});
+    EXPECT_EQ(missing.exitStatus, 1);
+    EXPECT_TRUE(contains(missing.err, "missing or not a directory")) << missing.err;
+    ToolRun const invalid = run({"rm-matching", "d", "[x"});
+    EXPECT_EQ(invalid.exitStatus, 2);
+    EXPECT_TRUE(contains(invalid.err, "is not valid")) << invalid.err;
+    EXPECT_EQ(namesIn(work("d")), std::vector<std::string>{"b.txt"});
+}
+
+TEST_F(ToolFileCommands, CpCopiesFilesRefusesAnExistingDestinationUnlessOverwriting)
+{
+    makeFile("from", "contents");
+    makeFile("existing", "old");
+    EXPECT_EQ(run({"cp", "from", "to"}).exitStatus, 0);
+    EXPECT_EQ(readWholeFile(work("to")), "contents");
+
+    ToolRun const refused = run({"cp", "from", "existing"});
+    EXPECT_EQ(refused.exitStatus, 1);
+    EXPECT_TRUE(contains(refused.err, "the destination exists (use --overwrite)")) << refused.err;
+    EXPECT_EQ(readWholeFile(work("existing")), "old");
+
+    EXPECT_EQ(run({"cp", "--overwrite", "from", "existing"}).exitStatus, 0);
+    EXPECT_EQ(readWholeFile(work("existing")), "contents");
+
+    ToolRun const missing = run({"cp", "missing", "x"});
+    EXPECT_EQ(missing.exitStatus, 1);
+    EXPECT_TRUE(contains(missing.err, "the source does not exist")) << missing.err;
+}
+
+TEST_F(ToolFileCommands, CpWithRCopiesATreeButNeverIntoAnExistingDirectory)
+{
+    makeDirectory("src");
+    makeDirectory("src/sub");
+    makeFile("src/sub/f", "f");
+    makeDirectory("existing");
+    ToolRun const noR = run({"cp", "src", "dst"});
+    EXPECT_EQ(noR.exitStatus, 1);
+    EXPECT_TRUE(contains(noR.err, "the source is a directory (use -r)")) << noR.err;
+    EXPECT_EQ(run({"cp", "-r", "src", "dst"}).exitStatus, 0);
+    EXPECT_EQ(describeTree(work("dst")), describeTree(work("src")));
+    ToolRun const into = run({"cp", "-r", "src", "existing"});
+    EXPECT_EQ(into.exitStatus, 1);
+    EXPECT_TRUE(contains(into.err, "never copied into an existing one")) << into.err;
+    EXPECT_TRUE(namesIn(work("existing")).empty());
+}
+
+TEST_F(ToolFileCommands, MvRenamesAndReportsAMissingSource)
+{
+    makeFile("a", "a");
+    EXPECT_EQ(run({"mv", "a", "b"}).exitStatus, 0);
+    EXPECT_FALSE(isPresentOnDisk(work("a")));
+    EXPECT_EQ(readWholeFile(work("b")), "a");
+    ToolRun const missing = run({"mv", "a", "c"});
+    EXPECT_EQ(missing.exitStatus, 1);
+    EXPECT_TRUE(contains(missing.err, "the source does not exist")) << missing.err;
+    EXPECT_EQ(run({"mv", "a"}).exitStatus, 2);
+}
+
+TEST_F(ToolFileCommands, LnMakesSymbolicLinksOnly)
+{
+    EXPECT_EQ(run({"ln", "-s", "some/target", "link"}).exitStatus, 0);
+    EXPECT_EQ(linkContents(work("link")), "some/target");
+    ToolRun const again = run({"ln", "-s", "other", "link"});
+    EXPECT_EQ(again.exitStatus, 1);
+    EXPECT_TRUE(contains(again.err, "something exists there already")) << again.err;
+    ToolRun const hard = run({"ln", "target", "hard"});
+    EXPECT_EQ(hard.exitStatus, 2);
+    EXPECT_TRUE(contains(hard.err, "give -s")) << hard.err;
+}
+
+TEST_F(ToolFileCommands, CmpAnswersSameDifferentOrTrouble)
+{
+    makeFile("a", "same");
+    makeFile("b", "same");
+    makeFile("c", "diff");
+    makeDirectory("d");
+    ToolRun const same = run({"cmp", "a", "b"});
+    EXPECT_EQ(same.exitStatus, 0);
+    EXPECT_TRUE(contains(same.out, "are the same")) << same.out;
+    EXPECT_EQ(run({"cmp", "a", "c"}).exitStatus, 1);
+    ToolRun const missing = run({"cmp", "a", "missing"});
+    EXPECT_EQ(missing.exitStatus, 2);
+    EXPECT_TRUE(contains(missing.err, "no such file or directory")) << missing.err;
+    ToolRun const directory = run({"cmp", "a", "d"});
+    EXPECT_EQ(directory.exitStatus, 2);
+    EXPECT_TRUE(contains(directory.err, "is a directory")) << directory.err;
+}
+
+TEST_F(ToolFileCommands, CmpTreeAnswersSameDifferentOrTrouble)
+{
+    makeDirectory("a");
+    makeDirectory("b");
+    makeFile("a/Readme", "r");
+    makeFile("b/README", "r");
+    makeFile("x", "");
+    EXPECT_EQ(run({"cmp-tree", "a", "b"}).exitStatus, 0);
+    makeFile("b/extra", "");
+    EXPECT_EQ(run({"cmp-tree", "a", "b"}).exitStatus, 1);
+    EXPECT_EQ(run({"cmp-tree", "a", "missing"}).exitStatus, 2);
+    ToolRun const file = run({"cmp-tree", "a", "x"});
+    EXPECT_EQ(file.exitStatus, 2);
+    EXPECT_TRUE(contains(file.err, "not a directory")) << file.err;
+}
+
+TEST_F(ToolFileCommands, DemoShowsTheFileOperations)
+{
+    ToolRun const demo = run({"demo"});
+    EXPECT_EQ(demo.exitStatus, 0) << demo.err;
+    EXPECT_TRUE(contains(demo.out, "== File operations ==")) << demo.out;
+    EXPECT_TRUE(contains(demo.out, "copy compares equal to the original: true")) << demo.out;
+    EXPECT_TRUE(contains(demo.out, "removeAll of the link to a directory: false")) << demo.out;
+}
+
+} // namespace
