@@ -193,6 +193,7 @@ TEST(AllocationFailure, Iteration)
         int count = 0;
         for (Path const& element : p)
             count += element.empty() ? 0 : 1;
+        static_cast<void>(count);
     }), 2);
 }
 
