@@ -6,7 +6,6 @@
 #include <kelvo/text/Unicode.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -19,15 +18,8 @@ using kelvo::fuzzing::contains;
 
 namespace {
 
-// A path made from bytes keeps them as its native form, each backslash turned
-// into "/". Builds from before that rule composed the native form from the
-// text instead (NFC, as UTF-8); the target checks whichever rule the library
-// it runs with follows, decided once on a text whose two forms differ, and
-// holds every input to that same rule. Once every build keeps the bytes, the
-// composed rule goes.
-bool nativeKeepsBytes = true;
-
-/// Bytes in: the same bytes out, each backslash turned into "/".
+/// Bytes in: the same bytes out, each backslash turned into "/": a path made
+/// from bytes keeps them as its native form.
 void checkBytes(std::string const& bytes)
 {
     // Decoding is lossless on its own.
@@ -36,8 +28,6 @@ void checkBytes(std::string const& bytes)
     Path const path(bytes);
     std::string expected = bytes;
     std::replace(expected.begin(), expected.end(), '\\', '/');
-    if (!nativeKeepsBytes)
-        expected = path.string().toNativeString();
     KELVO_FUZZ_CHECK(path.nativeString() == expected);
     // The cached form is handed out again unchanged.
     KELVO_FUZZ_CHECK(path.nativeString() == expected);
@@ -95,15 +85,6 @@ void checkCodePoints(std::uint8_t const* data, std::size_t size)
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    std::string const decomposed = "e\xCC\x81";
-    nativeKeepsBytes = Path(decomposed).nativeString() == decomposed;
-    std::fprintf(stderr, "path_native_fuzz: checking that the native form is %s\n",
-                 nativeKeepsBytes ? "the bytes the path was made from" : "the composed UTF-8 of the text");
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {

@@ -19,7 +19,7 @@ set -eu
 
 cd "$(dirname "$0")/.."
 
-PACKAGES="cmake make g++ clang libclang-rt-14-dev pkg-config libicu-dev libgtest-dev libbenchmark-dev libboost-filesystem-dev unicode-data bzip2 util-linux"
+PACKAGES="cmake make g++ clang libclang-rt-14-dev pkg-config libicu-dev libgtest-dev libbenchmark-dev libboost-filesystem-dev unicode-data bzip2 util-linux doxygen"
 JOBS=$(nproc 2>/dev/null || echo 2)
 FUZZ_SECONDS=${KELVO_FUZZ_SECONDS:-30}
 # The ordinary user the suite runs as when this script runs as root.

@@ -157,7 +157,6 @@ constexpr Command kCommands[] = {
     {"lock", kLockUsage, kelvo::tool::runLock},
     {"locked", kLockedUsage, kelvo::tool::runLocked},
     {"cwd", kCurrentDirectoryUsage, kelvo::tool::runCurrentDirectory},
-    {"demo", kDemoUsage, kelvo::tool::runDemo},
     {"mkdir", kelvo::tool::kMakeDirectoryUsage, kelvo::tool::runMakeDirectory},
     {"rm", kelvo::tool::kRemoveUsage, kelvo::tool::runRemove},
     {"rm-matching", kelvo::tool::kRemoveMatchingUsage, kelvo::tool::runRemoveMatching},
@@ -179,6 +178,7 @@ constexpr Command kCommands[] = {
     {"mutex", kMutexUsage, kelvo::tool::runMutex},
     {"tmp", kTemporaryDirectoriesUsage, kelvo::tool::runTemporaryDirectories},
     {"tmpdir", kInTemporaryDirectoryUsage, kelvo::tool::runInTemporaryDirectory},
+    {"demo", kDemoUsage, kelvo::tool::runDemo},
 };
 
 int runTool(int argc, char** argv)
