@@ -1,6 +1,7 @@
 // Tests of the kelvo-fs file commands (mkdir, rm, rm-matching, cp, mv, ln, cmp, cmp-tree): each run as a process, its effect on disk, output and exit status checked.
 #include "support/FileTrees.h"
 #include "support/ScratchDirectory.h"
+#include "support/ToolRunner.h"
 
 #include <gtest/gtest.h>
 
@@ -16,14 +17,6 @@ namespace {
 
 using namespace kelvo::testing;
 
-constexpr char kToolPath[] = KELVO_TOOL_PATH;
-
-struct ToolRun {
-    int exitStatus = -1;
-    std::string out;
-    std::string err;
-};
-
 class ToolFileCommands : public ScratchDirectory {
 protected:
     void SetUp() override
@@ -32,37 +25,8 @@ protected:
         ASSERT_EQ(::mkdir(at("work").c_str(), 0777), 0);
     }
 
-    /// Runs the tool in the scratch directory's "work" with `arguments`; its
-    /// output goes to files beside "work", read back once it has exited.
-    ToolRun run(std::vector<std::string> const& arguments)
-    {
-        ToolRun result;
-        std::string const outPath = at("stdout");
-        std::string const errPath = at("stderr");
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(kToolPath));
-        for (std::string const& argument : arguments)
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        pid_t child = ::fork();
-        if (child == 0) {
-            int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            if (out < 0 || err < 0 || ::chdir(at("work").c_str()) != 0)
-                ::_exit(125);
-            ::dup2(out, STDOUT_FILENO);
-            ::dup2(err, STDERR_FILENO);
-            ::execv(kToolPath, argv.data());
-            ::_exit(124);
-        }
-        int status = 0;
-        if (child < 0 || ::waitpid(child, &status, 0) != child)
-            return result;
-        result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        result.out = readWholeFile(outPath);
-        result.err = readWholeFile(errPath);
-        return result;
-    }
+    /// Runs the tool in the scratch directory's "work" with `arguments`.
+    ToolRun run(std::vector<std::string> const& arguments) { return runTool(arguments, RunSettings(at("work"))); }
 
     std::string work(std::string const& name) const { return at("work/" + name); }
     void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(work(name).c_str(), 0777), 0) << name; }

@@ -3,6 +3,7 @@
 
 #include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
+#include "support/ToolRunner.h"
 
 #include <gtest/gtest.h>
 
@@ -27,61 +28,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
-
 namespace {
 
 using kelvo::filesystem::FileMutex;
 using kelvo::filesystem::Path;
 using kelvo::testing::existsByDirectProbe;
 
-constexpr char kToolPath[] = KELVO_TOOL_PATH;
-
-/// What one run of the tool gave.
-struct ToolRun {
-    int exitStatus = -1; ///< the exit status, or 128 + signal, or -1 when it could not run
-    std::string out;
-    std::string err;
-};
-
-/// Reads both pipes until both are closed.
-void drain(int outFd, int errFd, std::string& out, std::string& err)
-{
-    pollfd fds[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
-    std::string* sinks[2] = {&out, &err};
-    int open = 2;
-    while (open > 0) {
-        if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR)
-                continue;
-            return;
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0)
-                continue;
-            char buffer[4096];
-            ssize_t got = ::read(fds[i].fd, buffer, sizeof buffer);
-            if (got > 0) {
-                sinks[i]->append(buffer, static_cast<std::size_t>(got));
-            } else if (got == 0 || errno != EINTR) {
-                ::close(fds[i].fd);
-                fds[i].fd = -1;
-                --open;
-            }
-        }
-    }
-}
-
-/// @returns true when the environment entry `entry` ("NAME=value") sets
-/// one of the variables `names` (given as "NAME=" prefixes).
-bool setsOneOf(char const* entry, std::vector<std::string> const& names)
-{
-    for (std::string const& name : names) {
-        if (std::strncmp(entry, name.c_str(), name.size()) == 0)
-            return true;
-    }
-    return false;
-}
+using kelvo::testing::kToolPath;
+using kelvo::testing::ToolRun;
 
 /// Runs the tool with `arguments` and this process's environment without the
 /// four temporary-directory variables, plus `environment` ("NAME=value"
@@ -89,64 +43,10 @@ bool setsOneOf(char const* entry, std::vector<std::string> const& names)
 /// output and error.
 ToolRun runTool(std::vector<std::string> const& arguments, std::vector<std::string> const& environment = {})
 {
-    ToolRun run;
-    std::vector<std::string> replaced = {"TMPDIR=", "TMP=", "TEMP=", "TEMPDIR="};
-    for (std::string const& entry : environment)
-        replaced.push_back(entry.substr(0, entry.find('=') + 1));
-    std::vector<std::string> entries;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (!setsOneOf(*entry, replaced))
-            entries.emplace_back(*entry);
-    }
-    entries.insert(entries.end(), environment.begin(), environment.end());
-
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(kToolPath));
-    for (std::string const& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (std::string const& entry : entries)
-        envp.push_back(const_cast<char*>(entry.c_str()));
-    envp.push_back(nullptr);
-
-    int outPipe[2];
-    int errPipe[2];
-    if (::pipe2(outPipe, O_CLOEXEC) != 0)
-        return run;
-    if (::pipe2(errPipe, O_CLOEXEC) != 0) {
-        ::close(outPipe[0]);
-        ::close(outPipe[1]);
-        return run;
-    }
-    pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(outPipe[1], STDOUT_FILENO);
-        ::dup2(errPipe[1], STDERR_FILENO);
-        int input = ::open("/dev/null", O_RDONLY);
-        if (input >= 0)
-            ::dup2(input, STDIN_FILENO);
-        ::execve(kToolPath, argv.data(), envp.data());
-        ::_exit(124);
-    }
-    ::close(outPipe[1]);
-    ::close(errPipe[1]);
-    if (child < 0) {
-        ::close(outPipe[0]);
-        ::close(errPipe[0]);
-        return run;
-    }
-    drain(outPipe[0], errPipe[0], run.out, run.err);
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR)
-            return run;
-    }
-    if (WIFEXITED(status))
-        run.exitStatus = WEXITSTATUS(status);
-    else if (WIFSIGNALED(status))
-        run.exitStatus = 128 + WTERMSIG(status);
-    return run;
+    kelvo::testing::RunSettings settings;
+    settings.removedVariables = {"TMPDIR", "TMP", "TEMP", "TEMPDIR"};
+    settings.environment = environment;
+    return kelvo::testing::runTool(arguments, settings);
 }
 
 /// @returns the names in `directory`, "." and ".." left out.
@@ -181,8 +81,7 @@ bool setAge(std::string const& path, long long age)
 /// @returns true when some line of `text` equals `line`.
 bool hasLine(std::string const& text, std::string const& line)
 {
-    std::istringstream in(text);
-    for (std::string candidate; std::getline(in, candidate);) {
+    for (std::string const& candidate : kelvo::testing::linesOf(text)) {
         if (candidate == line)
             return true;
     }

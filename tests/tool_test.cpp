@@ -3,6 +3,7 @@
 
 #include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
+#include "support/ToolRunner.h"
 
 #include <gtest/gtest.h>
 
@@ -26,151 +27,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
-
 namespace {
 
 using kelvo::testing::existsByDirectProbe;
 using kelvo::testing::isFreeByDirectProbe;
+using kelvo::testing::kToolPath;
+using kelvo::testing::linesOf;
+using kelvo::testing::runTool;
+using kelvo::testing::RunSettings;
+using kelvo::testing::ToolRun;
 
 using kelvo::filesystem::FileLock;
 using kelvo::filesystem::Path;
 
-constexpr char kToolPath[] = KELVO_TOOL_PATH;
-
 // "Résumé.pdf" composed (as Linux names are stored) and decomposed.
 constexpr char kComposedResume[] = "R\xC3\xA9sum\xC3\xA9.pdf";
 constexpr char kDecomposedResume[] = "Re\xCC\x81sume\xCC\x81.pdf";
-
-/// What one run of the tool gave.
-struct ToolRun {
-    int exitStatus = -1; ///< the exit status, or 128 + signal, or -1 when it could not run
-    std::string out;
-    std::string err;
-};
-
-/// Where and how the tool runs.
-struct RunSettings {
-    RunSettings(std::string directory = {}, std::string temporary = {}, bool dropPrivileges = false,
-                std::string zone = {})
-        : workingDirectory(std::move(directory)), temporaryDirectory(std::move(temporary)),
-          unprivileged(dropPrivileges), timeZone(std::move(zone))
-    {
-    }
-    std::string workingDirectory; ///< empty: the test's own
-    std::string temporaryDirectory; ///< empty: TMPDIR as inherited
-    bool unprivileged = false; ///< run as user and group 65534 when this process is root
-    std::string timeZone; ///< empty: TZ as inherited
-};
-
-/// Reads both pipes until both are closed.
-void drain(int outFd, int errFd, std::string& out, std::string& err)
-{
-    pollfd fds[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
-    std::string* sinks[2] = {&out, &err};
-    int open = 2;
-    while (open > 0) {
-        if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR)
-                continue;
-            return;
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0)
-                continue;
-            char buffer[4096];
-            ssize_t got = ::read(fds[i].fd, buffer, sizeof buffer);
-            if (got > 0) {
-                sinks[i]->append(buffer, static_cast<std::size_t>(got));
-            } else if (got == 0 || errno != EINTR) {
-                ::close(fds[i].fd);
-                fds[i].fd = -1;
-                --open;
-            }
-        }
-    }
-}
-
-/// Runs the tool with `arguments`, capturing its standard output and error.
-ToolRun runTool(std::vector<std::string> const& arguments, RunSettings const& settings = {})
-{
-    ToolRun run;
-    std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        bool const replaced = (!settings.temporaryDirectory.empty() && std::strncmp(*entry, "TMPDIR=", 7) == 0)
-                              || (!settings.timeZone.empty() && std::strncmp(*entry, "TZ=", 3) == 0);
-        if (!replaced)
-            environment.emplace_back(*entry);
-    }
-    if (!settings.temporaryDirectory.empty())
-        environment.push_back("TMPDIR=" + settings.temporaryDirectory);
-    if (!settings.timeZone.empty())
-        environment.push_back("TZ=" + settings.timeZone);
-
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(kToolPath));
-    for (std::string const& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (std::string const& entry : environment)
-        envp.push_back(const_cast<char*>(entry.c_str()));
-    envp.push_back(nullptr);
-
-    int outPipe[2];
-    int errPipe[2];
-    if (::pipe2(outPipe, O_CLOEXEC) != 0)
-        return run;
-    if (::pipe2(errPipe, O_CLOEXEC) != 0) {
-        ::close(outPipe[0]);
-        ::close(outPipe[1]);
-        return run;
-    }
-    pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(outPipe[1], STDOUT_FILENO);
-        ::dup2(errPipe[1], STDERR_FILENO);
-        int input = ::open("/dev/null", O_RDONLY);
-        if (input >= 0)
-            ::dup2(input, STDIN_FILENO);
-        if (!settings.workingDirectory.empty() && ::chdir(settings.workingDirectory.c_str()) != 0)
-            ::_exit(125);
-        if (settings.unprivileged && ::geteuid() == 0
-            && (::setgroups(0, nullptr) != 0 || ::setgid(kelvo::testing::kUnprivilegedGroup) != 0
-                || ::setuid(kelvo::testing::kUnprivilegedUser) != 0))
-            ::_exit(kelvo::testing::kCannotDropPrivileges);
-        ::execve(kToolPath, argv.data(), envp.data());
-        ::_exit(124);
-    }
-    ::close(outPipe[1]);
-    ::close(errPipe[1]);
-    if (child < 0) {
-        ::close(outPipe[0]);
-        ::close(errPipe[0]);
-        return run;
-    }
-    drain(outPipe[0], errPipe[0], run.out, run.err);
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR)
-            return run;
-    }
-    if (WIFEXITED(status))
-        run.exitStatus = WEXITSTATUS(status);
-    else if (WIFSIGNALED(status))
-        run.exitStatus = 128 + WTERMSIG(status);
-    return run;
-}
-
-/// @returns the lines of `text` (without their newlines).
-std::vector<std::string> linesOf(std::string const& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
 
 /// @returns the value of the line "label:   value" of `report`, or "<missing>".
 std::string field(std::string const& report, std::string const& label)

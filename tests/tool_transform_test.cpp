@@ -1,5 +1,6 @@
 // Tests of the kelvo-fs path transformation commands: resolve, canonical, complete, limits, check-length, sanitize, dos83, elide, glob and fix-case, each run as a process.
 #include "support/ScratchDirectory.h"
+#include "support/ToolRunner.h"
 
 #include <gtest/gtest.h>
 
@@ -16,87 +17,8 @@
 
 namespace {
 
-constexpr char kToolPath[] = KELVO_TOOL_PATH;
-
-struct ToolRun {
-    int exitStatus = -1; ///< the exit status, 128 + signal, or -1 when it could not run
-    std::string out;
-    std::string err;
-};
-
-/// Runs the tool with `arguments` in `workingDirectory` (the test's own when
-/// empty), capturing both output streams.
-ToolRun runTool(std::vector<std::string> const& arguments, std::string const& workingDirectory = "")
-{
-    ToolRun run;
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(kToolPath));
-    for (std::string const& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    int outPipe[2];
-    int errPipe[2];
-    if (::pipe2(outPipe, O_CLOEXEC) != 0)
-        return run;
-    if (::pipe2(errPipe, O_CLOEXEC) != 0) {
-        ::close(outPipe[0]);
-        ::close(outPipe[1]);
-        return run;
-    }
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::dup2(outPipe[1], STDOUT_FILENO);
-        ::dup2(errPipe[1], STDERR_FILENO);
-        if (!workingDirectory.empty() && ::chdir(workingDirectory.c_str()) != 0)
-            ::_exit(125);
-        ::execv(kToolPath, argv.data());
-        ::_exit(124);
-    }
-    ::close(outPipe[1]);
-    ::close(errPipe[1]);
-    if (child < 0) {
-        ::close(outPipe[0]);
-        ::close(errPipe[0]);
-        return run;
-    }
-    pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
-    std::string* sinks[2] = {&run.out, &run.err};
-    int open = 2;
-    while (open > 0) {
-        if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR)
-                continue;
-            break;
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0)
-                continue;
-            char buffer[4096];
-            ssize_t const got = ::read(fds[i].fd, buffer, sizeof buffer);
-            if (got > 0) {
-                sinks[i]->append(buffer, static_cast<std::size_t>(got));
-            } else if (got == 0 || errno != EINTR) {
-                ::close(fds[i].fd);
-                fds[i].fd = -1;
-                --open;
-            }
-        }
-    }
-    for (pollfd const& fd : fds) {
-        if (fd.fd >= 0)
-            ::close(fd.fd);
-    }
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR)
-            return run;
-    }
-    if (WIFEXITED(status))
-        run.exitStatus = WEXITSTATUS(status);
-    else if (WIFSIGNALED(status))
-        run.exitStatus = 128 + WTERMSIG(status);
-    return run;
-}
+using kelvo::testing::runTool;
+using kelvo::testing::ToolRun;
 
 class ToolTransform : public kelvo::testing::ScratchDirectory {};
 
