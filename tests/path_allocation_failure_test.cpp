@@ -4,6 +4,7 @@
 #include <kelvo/filesystem/private.h>
 #include <kelvo/text/Unicode.h>
 
+#include "support/AllocationFailure.h"
 #include "support/ScratchDirectory.h"
 
 #include <gtest/gtest.h>
@@ -17,80 +18,12 @@
 
 #include <sys/stat.h>
 
-// Every allocation of this program goes through these, so that a test can
-// make the n-th one fail and count what is still held afterwards.
-namespace {
-
-long liveAllocations = 0;
-long allocationsUntilFailure = -1; // -1: never fail
-
-void* allocate(std::size_t size)
-{
-    if (allocationsUntilFailure == 0)
-        throw std::bad_alloc();
-    if (allocationsUntilFailure > 0)
-        --allocationsUntilFailure;
-    void* const p = std::malloc(size ? size : 1);
-    if (p == nullptr)
-        throw std::bad_alloc();
-    ++liveAllocations;
-    return p;
-}
-
-void release(void* p) noexcept
-{
-    if (p != nullptr) {
-        --liveAllocations;
-        std::free(p);
-    }
-}
-
-} // namespace
-
-void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
-void operator delete(void* p) noexcept { release(p); }
-void operator delete[](void* p) noexcept { release(p); }
-void operator delete(void* p, std::size_t) noexcept { release(p); }
-void operator delete[](void* p, std::size_t) noexcept { release(p); }
-
 namespace {
 
 using kelvo::filesystem::Path;
+using kelvo::testing::allocationsUntilFailure;
+using kelvo::testing::failEveryAllocationOf;
 using kelvo::unicode::String;
-
-// Runs `operation` once to settle lazily built statics, then again with the
-// first, second, third... allocation failing, until it runs through. Each
-// failing run must throw std::bad_alloc and leave no allocation behind.
-// Every run happens on a thread of its own, so that it starts without texts
-// kept for reuse and gives back all it kept when the thread ends.
-// Returns the number of runs that failed.
-template <typename Operation>
-long failEveryAllocationOf(char const* what, Operation operation)
-{
-    SCOPED_TRACE(what);
-    std::thread([&] { operation(); }).join();
-    for (long n = 0; n < 10000; ++n) {
-        long const before = liveAllocations;
-        bool threw = false;
-        std::thread run([&] {
-            allocationsUntilFailure = n;
-            try {
-                operation();
-            } catch (std::bad_alloc const&) {
-                threw = true;
-            }
-            allocationsUntilFailure = -1;
-        });
-        run.join();
-        long const after = liveAllocations;
-        EXPECT_EQ(after, before) << "allocations left after failing allocation " << n;
-        if (!threw || after != before)
-            return n;
-    }
-    ADD_FAILURE() << "the operation never ran through";
-    return -1;
-}
 
 String const kAccented(U"D\u00E9j\u00E0\\R\u00E9sum\u00E9s\\caf\u00E9.tar.gz");
 std::string const kAccentedUtf8("D\xC3\xA9j\xC3\xA0\\R\xC3\xA9sum\xC3\xA9s\\caf\xC3\xA9.tar.gz");

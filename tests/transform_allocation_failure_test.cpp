@@ -2,6 +2,7 @@
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
 
+#include "support/AllocationFailure.h"
 #include "support/ScratchDirectory.h"
 
 #include <gtest/gtest.h>
@@ -13,79 +14,20 @@
 
 #include <sys/stat.h>
 
-// Every allocation of this program goes through these, so that a test can
-// make the n-th one fail and count what is still held afterwards.
-namespace {
-
-long liveAllocations = 0;
-thread_local long allocationsUntilFailure = -1; // -1: never fail
-
-void* allocate(std::size_t size)
-{
-    if (allocationsUntilFailure == 0)
-        throw std::bad_alloc();
-    if (allocationsUntilFailure > 0)
-        --allocationsUntilFailure;
-    void* const p = std::malloc(size ? size : 1);
-    if (p == nullptr)
-        throw std::bad_alloc();
-    __atomic_add_fetch(&liveAllocations, 1, __ATOMIC_RELAXED);
-    return p;
-}
-
-void release(void* p) noexcept
-{
-    if (p != nullptr) {
-        __atomic_sub_fetch(&liveAllocations, 1, __ATOMIC_RELAXED);
-        std::free(p);
-    }
-}
-
-} // namespace
-
-void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
-void operator delete(void* p) noexcept { release(p); }
-void operator delete[](void* p) noexcept { release(p); }
-void operator delete(void* p, std::size_t) noexcept { release(p); }
-void operator delete[](void* p, std::size_t) noexcept { release(p); }
-
 namespace {
 
 using kelvo::filesystem::Path;
+using kelvo::testing::allocationsUntilFailure;
 using kelvo::unicode::String;
 namespace fs = kelvo::filesystem;
 
-// Runs `operation` with the first, second, third... allocation failing,
-// until it runs through, each run on a thread of its own so that it starts
-// and ends without texts or patterns kept for reuse. Each failing run must
-// throw std::bad_alloc and leave no allocation behind.
+// Fails every allocation of `operation` in turn, each run on a thread of its
+// own so that it starts and ends without texts or patterns kept for reuse.
 // @returns the number of runs that failed.
 template <typename Operation>
 long failEveryAllocationOf(char const* what, Operation operation)
 {
-    SCOPED_TRACE(what);
-    std::thread([&] { operation(); }).join();
-    for (long n = 0; n < 100000; ++n) {
-        long const before = __atomic_load_n(&liveAllocations, __ATOMIC_RELAXED);
-        bool threw = false;
-        std::thread run([&] {
-            allocationsUntilFailure = n;
-            try {
-                operation();
-            } catch (std::bad_alloc const&) {
-                threw = true;
-            }
-            allocationsUntilFailure = -1;
-        });
-        run.join();
-        long const after = __atomic_load_n(&liveAllocations, __ATOMIC_RELAXED);
-        EXPECT_EQ(after, before) << "allocations left after failing allocation " << n;
-        if (!threw || after != before)
-            return n;
-    }
-    ADD_FAILURE() << "the operation never ran through";
-    return -1;
+    return kelvo::testing::failEveryAllocationOf(what, operation, 100000);
 }
 
 class TransformAllocationFailure : public kelvo::testing::ScratchDirectory {};
