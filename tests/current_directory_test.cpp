@@ -24,7 +24,8 @@ namespace {
 using kelvo::filesystem::getCurrentDirectory;
 using kelvo::filesystem::Path;
 using kelvo::filesystem::setCurrentDirectory;
-using kelvo::testing::kCannotDropPrivileges;
+using kelvo::testing::kScratchUnreachable;
+using kelvo::testing::unprivilegedSkipReason;
 using kelvo::testing::runUnprivileged;
 
 /// @returns the working directory as the system reports it, however long,
@@ -191,7 +192,7 @@ TEST_F(CurrentDirectoryTest, SetWithoutSearchPermissionFails)
     std::string const top = scratch;
     int const result = runUnprivileged([&] {
         if (::access(top.c_str(), X_OK) != 0)
-            return 90;
+            return kScratchUnreachable;
         if (::access(closed.c_str(), X_OK) == 0)
             return 91;
         if (!setCurrentDirectory(Path(top)))
@@ -204,10 +205,8 @@ TEST_F(CurrentDirectoryTest, SetWithoutSearchPermissionFails)
             return 4;
         return 0;
     });
-    if (result == kCannotDropPrivileges)
-        GTEST_SKIP() << "cannot switch to an unprivileged user";
-    if (result == 90)
-        GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
     ASSERT_NE(result, 91) << "the unprivileged child can search a mode 0600 directory";
     EXPECT_EQ(result, 0) << "1: cannot enter the scratch directory, 2: entered a directory without search "
                             "permission, 3: the working directory changed, 4: cannot enter an open directory";

@@ -15,7 +15,8 @@
 namespace {
 
 using kelvo::filesystem::Path;
-using kelvo::testing::kCannotDropPrivileges;
+using kelvo::testing::kScratchUnreachable;
+using kelvo::testing::unprivilegedSkipReason;
 using kelvo::testing::runUnprivileged;
 namespace fs = kelvo::filesystem;
 
@@ -88,7 +89,7 @@ TEST_F(DotResolution, CanonicalBelowADirectoryWithoutSearchPermissionIsEmpty)
     std::string const closed = at("closed");
     int const result = runUnprivileged([&] {
         if (::access(open.c_str(), X_OK) != 0)
-            return 90;
+            return kScratchUnreachable;
         if (fs::canonical(Path(open)).nativeString() != open)
             return 1;
         if (!fs::canonical(Path(closedInner)).empty())
@@ -97,10 +98,8 @@ TEST_F(DotResolution, CanonicalBelowADirectoryWithoutSearchPermissionIsEmpty)
             return 3;
         return 0;
     });
-    if (result == kCannotDropPrivileges)
-        GTEST_SKIP() << "cannot switch to an unprivileged user";
-    if (result == 90)
-        GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
     EXPECT_EQ(result, 0) << "1: an open directory did not resolve, 2: a path below a closed directory resolved, "
                             "3: dot resolution below a closed directory did not fall back to text";
 }

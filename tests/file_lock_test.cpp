@@ -32,7 +32,8 @@ using kelvo::testing::isFreeByDirectProbe;
 using kelvo::filesystem::FileLock;
 using kelvo::filesystem::Path;
 using kelvo::testing::descriptorsOpenOn;
-using kelvo::testing::kCannotDropPrivileges;
+using kelvo::testing::kScratchUnreachable;
+using kelvo::testing::unprivilegedSkipReason;
 using kelvo::testing::LockHeldByAnotherProcess;
 using kelvo::testing::openDescriptorCount;
 using kelvo::testing::runUnprivileged;
@@ -233,7 +234,7 @@ TEST_F(FileLockTest, LockFileFailsOnAFileThatCannotBeOpenedForWriting)
     std::string const writable = at("writable.txt");
     int const result = runUnprivileged([&] {
         if (::access(writable.c_str(), W_OK) != 0)
-            return 90;
+            return kScratchUnreachable;
         FileLock lock;
         if (lock.lockFile(Path(readOnly)))
             return 1;
@@ -247,10 +248,8 @@ TEST_F(FileLockTest, LockFileFailsOnAFileThatCannotBeOpenedForWriting)
             return 4;
         return 0;
     });
-    if (result == kCannotDropPrivileges)
-        GTEST_SKIP() << "cannot switch to an unprivileged user";
-    if (result == 90)
-        GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
     EXPECT_EQ(result, 0) << "1: locked a read-only file, 2: read-only file reported locked, "
                             "3: descriptor kept after a failed open, 4: lock not taken";
 }
@@ -662,7 +661,7 @@ TEST_F(FileLockTest, IsFileLockedIsTrueForAFileThatExistsButCannotBeRead)
     std::string const secret = at("secret.txt");
     int const result = runUnprivileged([&] {
         if (::access(secret.c_str(), F_OK) != 0)
-            return 90;
+            return kScratchUnreachable;
         if (::access(secret.c_str(), R_OK) == 0)
             return 91;
         if (!FileLock::isFileLocked(Path(secret)))
@@ -672,10 +671,8 @@ TEST_F(FileLockTest, IsFileLockedIsTrueForAFileThatExistsButCannotBeRead)
             return 2;
         return 0;
     });
-    if (result == kCannotDropPrivileges)
-        GTEST_SKIP() << "cannot switch to an unprivileged user";
-    if (result == 90)
-        GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
     ASSERT_NE(result, 91) << "the unprivileged child can still read a mode 0000 file";
     EXPECT_EQ(result, 0) << "1: an unreadable file was reported free, 2: an unreadable file was locked";
     // Nobody holds it really (readable again, so that an ordinary user's probe can open it).
@@ -697,15 +694,13 @@ TEST_F(FileLockTest, IsFileLockedIsFalseForAFileThatCannotBeReached)
     std::string const privateDirectory = at("private");
     int const result = runUnprivileged([&] {
         if (::access(privateDirectory.c_str(), F_OK) != 0)
-            return 90;
+            return kScratchUnreachable;
         if (::access(hidden.c_str(), F_OK) == 0)
             return 91;
         return FileLock::isFileLocked(Path(hidden)) ? 1 : 0;
     });
-    if (result == kCannotDropPrivileges)
-        GTEST_SKIP() << "cannot switch to an unprivileged user";
-    if (result == 90)
-        GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
     ASSERT_NE(result, 91) << "the unprivileged child can search a mode 0600 directory";
     EXPECT_EQ(result, 0);
 }

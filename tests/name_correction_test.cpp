@@ -20,7 +20,8 @@
 namespace {
 
 using kelvo::filesystem::Path;
-using kelvo::testing::kCannotDropPrivileges;
+using kelvo::testing::kScratchUnreachable;
+using kelvo::testing::unprivilegedSkipReason;
 using kelvo::testing::runUnprivileged;
 namespace fs = kelvo::filesystem;
 
@@ -155,7 +156,7 @@ TEST_F(NameCorrection, AnUnlistableDirectoryKeepsTheNameAsGiven)
     std::string const given = at("closed/readme.txt");
     int const result = runUnprivileged([&] {
         if (::access(top.c_str(), X_OK) != 0)
-            return 90;
+            return kScratchUnreachable;
         if (fs::DirectoryIterator(Path(top + "/closed")).canIterate())
             return 91;
         if (fs::findSimilarName(Path(given), false).nativeString() != given)
@@ -165,10 +166,8 @@ TEST_F(NameCorrection, AnUnlistableDirectoryKeepsTheNameAsGiven)
             return 2;
         return 0;
     });
-    if (result == kCannotDropPrivileges)
-        GTEST_SKIP() << "cannot switch to an unprivileged user";
-    if (result == 90)
-        GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
     ASSERT_NE(result, 91) << "a directory without read permission could be listed";
     EXPECT_EQ(result, 0) << "1: findSimilarName changed the name, 2: correctFileCaseAndComposition failed or changed it";
 }

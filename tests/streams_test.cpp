@@ -30,7 +30,8 @@ using kelvo::filesystem::fstreamWrapper;
 using kelvo::filesystem::fstreamWrapperWithLockCheck;
 using kelvo::filesystem::Path;
 using kelvo::testing::descriptorsOpenOn;
-using kelvo::testing::kCannotDropPrivileges;
+using kelvo::testing::kScratchUnreachable;
+using kelvo::testing::unprivilegedSkipReason;
 using kelvo::testing::LockHeldByAnotherProcess;
 using kelvo::testing::runUnprivileged;
 
@@ -354,7 +355,7 @@ TEST_F(StreamsTest, FopenWithLockCheckRefusesAFileTheCallerCannotRead)
     std::string const dropbox = at("dropbox.txt");
     int const result = runUnprivileged([&] {
         if (::access(dropbox.c_str(), F_OK) != 0)
-            return 90;
+            return kScratchUnreachable;
         if (::access(dropbox.c_str(), R_OK) == 0 || ::access(dropbox.c_str(), W_OK) != 0)
             return 91;
         if (fopenWrapperWithLockCheck(Path(dropbox), "a") != nullptr)
@@ -366,10 +367,8 @@ TEST_F(StreamsTest, FopenWithLockCheckRefusesAFileTheCallerCannotRead)
         std::fclose(file);
         return 0;
     });
-    if (result == kCannotDropPrivileges)
-        GTEST_SKIP() << "cannot switch to an unprivileged user";
-    if (result == 90)
-        GTEST_SKIP() << "the scratch directory is not reachable by an unprivileged user";
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
     ASSERT_NE(result, 91) << "the unprivileged child's access to a mode 0202 file is not write-only";
     EXPECT_EQ(result, 0) << "1: the checked wrapper opened an unreadable file, 2: plain fopen failed";
     ASSERT_EQ(::chmod(dropbox.c_str(), 0644), 0);

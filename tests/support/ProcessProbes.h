@@ -29,6 +29,21 @@ inline constexpr gid_t kUnprivilegedGroup = 65534;
 inline constexpr int kCannotDropPrivileges = 120;
 /// Exit status of a child that died or was killed instead of exiting.
 inline constexpr int kChildDidNotExit = 121;
+/// Exit status of an unprivileged child that found the scratch directory
+/// out of its reach.
+inline constexpr int kScratchUnreachable = 90;
+
+/// @returns why a test cannot judge what its unprivileged child gave back as
+/// `result` (it could not switch users, or the scratch directory was out of
+/// its reach); null when the result is the child's own.
+inline char const* unprivilegedSkipReason(int result)
+{
+    if (result == kCannotDropPrivileges)
+        return "cannot switch to an unprivileged user";
+    if (result == kScratchUnreachable)
+        return "the scratch directory is not reachable by an unprivileged user";
+    return nullptr;
+}
 
 /// @returns the number of descriptors open in this process (the one used to
 /// list them not counted), read from /proc/self/fd; -1 when it cannot be read.
