@@ -1,6 +1,7 @@
 // Tests of FileMutex: the lock file and its format, heartbeat and staleness, the two error messages, threads and forked children, the standard lock guards, and overlaps between processes.
 #include <kelvo/filesystem.h>
 
+#include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
 
@@ -32,6 +33,9 @@ namespace {
 using kelvo::filesystem::FileMutex;
 using kelvo::filesystem::Path;
 using kelvo::testing::existsByDirectProbe;
+using kelvo::testing::nowMicroseconds;
+using kelvo::testing::setAge;
+using kelvo::testing::setTimes;
 using kelvo::testing::firstFailure;
 using kelvo::testing::runInChild;
 using kelvo::testing::runUnprivileged;
@@ -63,32 +67,6 @@ long long modificationMicroseconds(std::string const& path)
     if (::stat(path.c_str(), &st) != 0)
         return -1;
     return static_cast<long long>(st.st_mtim.tv_sec) * 1000000 + st.st_mtim.tv_nsec / 1000;
-}
-
-long long nowMicroseconds()
-{
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-        std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-/// Sets both times of `path` to `microseconds` since the epoch.
-bool setTimes(std::string const& path, long long microseconds)
-{
-    long long seconds = microseconds / 1000000;
-    long long rest = microseconds % 1000000;
-    if (rest < 0) {
-        rest += 1000000;
-        --seconds;
-    }
-    timeval times[2] = {{static_cast<time_t>(seconds), static_cast<suseconds_t>(rest)},
-                        {static_cast<time_t>(seconds), static_cast<suseconds_t>(rest)}};
-    return ::utimes(path.c_str(), times) == 0;
-}
-
-/// Sets the modification time of `path` to `microseconds` before now.
-bool setAge(std::string const& path, long long microseconds)
-{
-    return setTimes(path, nowMicroseconds() - microseconds);
 }
 
 /// Runs `action` and @returns the message of the std::logic_error it threw,

@@ -2,6 +2,7 @@
 #include <kelvo/filesystem.h>
 #include <kelvo/filesystem/private.h>
 
+#include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
 
@@ -29,6 +30,8 @@ using kelvo::filesystem::Path;
 using kelvo::filesystem::PathReaper;
 using kelvo::filesystem::TemporaryDirectory;
 using kelvo::testing::existsByDirectProbe;
+using kelvo::testing::nameSetIn;
+using kelvo::testing::setAge;
 using kelvo::testing::firstFailure;
 using kelvo::testing::runInChild;
 using kelvo::unicode::String;
@@ -39,37 +42,6 @@ using std::chrono::microseconds;
 static_assert(!std::is_copy_constructible_v<PathReaper> && !std::is_copy_assignable_v<PathReaper>);
 static_assert(!std::is_copy_constructible_v<DirectoryReaper> && !std::is_copy_assignable_v<DirectoryReaper>);
 static_assert(!std::is_copy_constructible_v<TemporaryDirectory> && !std::is_copy_assignable_v<TemporaryDirectory>);
-
-/// @returns the names in `directory`, "." and ".." left out, sorted.
-std::set<std::string> namesIn(std::string const& directory)
-{
-    std::set<std::string> names;
-    if (DIR* dir = ::opendir(directory.c_str())) {
-        while (dirent* entry = ::readdir(dir)) {
-            std::string const name = entry->d_name;
-            if (name != "." && name != "..")
-                names.insert(name);
-        }
-        ::closedir(dir);
-    }
-    return names;
-}
-
-long long nowMicroseconds()
-{
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-        std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-/// Sets the modification (and access) time of `path` itself to `age`
-/// microseconds before now.
-bool setAge(std::string const& path, long long age)
-{
-    long long const when = nowMicroseconds() - age;
-    timeval times[2] = {{static_cast<time_t>(when / 1000000), static_cast<suseconds_t>(when % 1000000)},
-                        {static_cast<time_t>(when / 1000000), static_cast<suseconds_t>(when % 1000000)}};
-    return ::lutimes(path.c_str(), times) == 0;
-}
 
 /// @returns true when `name` is `prefix` followed by an unsigned 32-bit
 /// number in decimal, without leading zeros.
@@ -156,7 +128,7 @@ TEST_F(TemporaryDirectoryTest, PathReaperOfAMissingPathDoesNothing)
         PathReaper reaper(Path(at("missing")));
     }
     EXPECT_FALSE(existsByDirectProbe(at("missing")));
-    EXPECT_EQ(namesIn(scratch), std::set<std::string>{});
+    EXPECT_EQ(nameSetIn(scratch), std::set<std::string>{});
 }
 
 TEST_F(TemporaryDirectoryTest, PathReaperDeletesOnlyAnEmptyDirectory)
@@ -208,7 +180,7 @@ TEST_F(TemporaryDirectoryTest, UniqueNamesArePrefixAndDecimalNumberAndCreateNoth
         seen.insert(name);
     }
     EXPECT_GT(seen.size(), 15u) << "the numbers are not drawn afresh";
-    EXPECT_EQ(namesIn(scratch), std::set<std::string>{});
+    EXPECT_EQ(nameSetIn(scratch), std::set<std::string>{});
 }
 
 TEST_F(TemporaryDirectoryTest, AUniqueNameIsNeverOneThatExists)
@@ -225,7 +197,7 @@ TEST_F(TemporaryDirectoryTest, AUniqueNameIsNeverOneThatExists)
             writeFile(name, "");
         taken.insert(name);
     }
-    EXPECT_EQ(namesIn(scratch), taken);
+    EXPECT_EQ(nameSetIn(scratch), taken);
 }
 
 TEST_F(TemporaryDirectoryTest, AUnicodePrefixIsWrittenInUTF8)
@@ -256,7 +228,7 @@ TEST_F(TemporaryDirectoryTest, APrefixedDirectoryIsCurrentForItsLifetimeAndThenD
     }
     EXPECT_FALSE(existsByDirectProbe(made));
     EXPECT_EQ(getTemporaryDirectory().nativeString(), scratch);
-    EXPECT_EQ(namesIn(scratch), std::set<std::string>{});
+    EXPECT_EQ(nameSetIn(scratch), std::set<std::string>{});
 }
 
 TEST_F(TemporaryDirectoryTest, NestedDirectoriesAreMadeInsideEachOther)
@@ -273,7 +245,7 @@ TEST_F(TemporaryDirectoryTest, NestedDirectoriesAreMadeInsideEachOther)
             EXPECT_TRUE(existsByDirectProbe(innerMade));
         }
         EXPECT_EQ(getTemporaryDirectory().nativeString(), outerMade);
-        EXPECT_EQ(namesIn(outerMade), std::set<std::string>{});
+        EXPECT_EQ(nameSetIn(outerMade), std::set<std::string>{});
     }
     EXPECT_FALSE(existsByDirectProbe(outerMade));
     EXPECT_EQ(getTemporaryDirectory().nativeString(), scratch);
@@ -358,9 +330,9 @@ TEST_F(TemporaryDirectoryTest, OldLeftoversWithThePrefixAreSwept)
     {
         TemporaryDirectory temporary(String(U"app-"), std::chrono::hours(1));
         made = Path(temporary.get().nativeString()).filename().nativeString();
-        EXPECT_EQ(namesIn(scratch), (std::set<std::string>{"app-young", "other-old", "xapp-old", made}));
+        EXPECT_EQ(nameSetIn(scratch), (std::set<std::string>{"app-young", "other-old", "xapp-old", made}));
     }
-    EXPECT_EQ(namesIn(scratch), (std::set<std::string>{"app-young", "other-old", "xapp-old"}));
+    EXPECT_EQ(nameSetIn(scratch), (std::set<std::string>{"app-young", "other-old", "xapp-old"}));
 }
 
 TEST_F(TemporaryDirectoryTest, AgesAreComparedToTheMicrosecond)
@@ -403,7 +375,7 @@ TEST_F(TemporaryDirectoryTest, ThePrefixIsAGlobPattern)
     {
         TemporaryDirectory temporary(String(U"a?-"), std::chrono::hours(1));
     }
-    EXPECT_EQ(namesIn(scratch), (std::set<std::string>{"b1-old"}));
+    EXPECT_EQ(nameSetIn(scratch), (std::set<std::string>{"b1-old"}));
 }
 
 TEST_F(TemporaryDirectoryTest, AnInvalidPatternThrowsAndLeavesNothingPushedOrMade)
@@ -412,7 +384,7 @@ TEST_F(TemporaryDirectoryTest, AnInvalidPatternThrowsAndLeavesNothingPushedOrMad
     ASSERT_TRUE(setAge(at("(old"), 7200LL * 1000000));
     EXPECT_THROW(TemporaryDirectory(String(U"("), std::chrono::hours(1)), std::regex_error);
     EXPECT_EQ(getTemporaryDirectory().nativeString(), scratch);
-    EXPECT_EQ(namesIn(scratch), (std::set<std::string>{"(old"}));
+    EXPECT_EQ(nameSetIn(scratch), (std::set<std::string>{"(old"}));
 }
 
 TEST_F(TemporaryDirectoryTest, AMissingBaseIsCreatedWithTheDirectory)

@@ -1,6 +1,7 @@
 // Tests of kelvo-fs mutex, tmp and tmpdir, and of the demo's temporary-storage lines: each run as a process, its output, exit status and traces on disk checked.
 #include <kelvo/filesystem.h>
 
+#include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
 #include "support/ToolRunner.h"
@@ -33,6 +34,9 @@ namespace {
 using kelvo::filesystem::FileMutex;
 using kelvo::filesystem::Path;
 using kelvo::testing::existsByDirectProbe;
+using kelvo::testing::nameSetIn;
+using kelvo::testing::nowMicroseconds;
+using kelvo::testing::setAge;
 
 using kelvo::testing::kToolPath;
 using kelvo::testing::ToolRun;
@@ -47,35 +51,6 @@ ToolRun runTool(std::vector<std::string> const& arguments, std::vector<std::stri
     settings.removedVariables = {"TMPDIR", "TMP", "TEMP", "TEMPDIR"};
     settings.environment = environment;
     return kelvo::testing::runTool(arguments, settings);
-}
-
-/// @returns the names in `directory`, "." and ".." left out.
-std::set<std::string> namesIn(std::string const& directory)
-{
-    std::set<std::string> names;
-    if (DIR* dir = ::opendir(directory.c_str())) {
-        while (dirent* entry = ::readdir(dir)) {
-            std::string const name = entry->d_name;
-            if (name != "." && name != "..")
-                names.insert(name);
-        }
-        ::closedir(dir);
-    }
-    return names;
-}
-
-long long nowMicroseconds()
-{
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-        std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-bool setAge(std::string const& path, long long age)
-{
-    long long const when = nowMicroseconds() - age;
-    timeval times[2] = {{static_cast<time_t>(when / 1000000), static_cast<suseconds_t>(when % 1000000)},
-                        {static_cast<time_t>(when / 1000000), static_cast<suseconds_t>(when % 1000000)}};
-    return ::utimes(path.c_str(), times) == 0;
 }
 
 /// @returns true when some line of `text` equals `line`.
@@ -155,7 +130,7 @@ TEST_F(ToolTemporaryCommandsTest, BadCommandLinesExitWith2)
         EXPECT_EQ(run.out, "") << shown;
         EXPECT_NE(run.err.find("Usage: kelvo-fs " + line[0]), std::string::npos) << shown << run.err;
     }
-    EXPECT_EQ(namesIn(scratch), std::set<std::string>{}) << "a refused command line made something";
+    EXPECT_EQ(nameSetIn(scratch), std::set<std::string>{}) << "a refused command line made something";
 }
 
 // ---- mutex --------------------------------------------------------------------------------------
@@ -340,7 +315,7 @@ TEST_F(ToolTemporaryCommandsTest, TmpdirRunsTheCommandInAFreshDirectoryAndDelete
     EXPECT_EQ(name.find_first_not_of("0123456789", 4), std::string::npos) << name;
     EXPECT_GT(name.size(), 4u);
     EXPECT_FALSE(existsByDirectProbe(made));
-    EXPECT_EQ(namesIn(scratch), std::set<std::string>{});
+    EXPECT_EQ(nameSetIn(scratch), std::set<std::string>{});
 }
 
 TEST_F(ToolTemporaryCommandsTest, TmpdirPassesOnTheCommandsExitStatus)
@@ -350,7 +325,7 @@ TEST_F(ToolTemporaryCommandsTest, TmpdirPassesOnTheCommandsExitStatus)
     ToolRun missing = runTool({"tmpdir", "job-", "--", "kelvo-no-such-command-here"},
                               {"TMPDIR=" + scratch, "PATH=/usr/bin:/bin"});
     EXPECT_EQ(missing.exitStatus, 127);
-    EXPECT_EQ(namesIn(scratch), std::set<std::string>{});
+    EXPECT_EQ(nameSetIn(scratch), std::set<std::string>{});
 }
 
 TEST_F(ToolTemporaryCommandsTest, TmpdirSweepsOldLeftoversOfThePrefixOnly)
@@ -364,11 +339,11 @@ TEST_F(ToolTemporaryCommandsTest, TmpdirSweepsOldLeftoversOfThePrefixOnly)
     ASSERT_TRUE(setAge(at("job-young"), 60LL * 1000000));
     ToolRun run = runTool({"tmpdir", "job-", "--", "true"}, scratchAsTemporary());
     EXPECT_EQ(run.exitStatus, 0);
-    EXPECT_EQ(namesIn(scratch), (std::set<std::string>{"job-young", "other-1234"}));
+    EXPECT_EQ(nameSetIn(scratch), (std::set<std::string>{"job-young", "other-1234"}));
 
     ToolRun shorter = runTool({"tmpdir", "job-", "--max-age", "30", "--", "true"}, scratchAsTemporary());
     EXPECT_EQ(shorter.exitStatus, 0);
-    EXPECT_EQ(namesIn(scratch), (std::set<std::string>{"other-1234"}));
+    EXPECT_EQ(nameSetIn(scratch), (std::set<std::string>{"other-1234"}));
 }
 
 // ---- demo -------------------------------------------------------------------------------------------
@@ -383,7 +358,7 @@ TEST_F(ToolTemporaryCommandsTest, DemoShowsATemporaryDirectoryAndAFileMutex)
                              "file mutex released: its file is gone: true",
                              "private temporary directory deleted with its scope: true"})
         EXPECT_TRUE(hasLine(run.out, line)) << "missing line: " << line << "\nin:\n" << run.out;
-    EXPECT_EQ(namesIn(scratch), std::set<std::string>{});
+    EXPECT_EQ(nameSetIn(scratch), std::set<std::string>{});
 }
 
 } // namespace

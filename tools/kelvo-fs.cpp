@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <iostream>
+#include <iterator>
 
 namespace {
 
@@ -143,13 +144,7 @@ constexpr char kDemoUsage[] =
     "compared and removed there, and a private temporary directory with a file\n"
     "mutex in it, deleted at the end.\n";
 
-struct Command {
-    char const* name;
-    char const* usage;
-    int (*run)(Invocation const&);
-};
-
-constexpr Command kCommands[] = {
+kelvo::tool::CommandInfo const kCommands[] = {
     {"path", kPathUsage, kelvo::tool::runPath},
     {"compare", kCompareUsage, kelvo::tool::runCompare},
     {"stat", kStatUsage, kelvo::tool::runStat},
@@ -188,9 +183,7 @@ int runTool(int argc, char** argv)
         std::cout << "kelvo-fs " << kelvo::filesystem::libraryVersion() << "\n";
         return kelvo::tool::kExitSuccess;
     }
-    std::vector<kelvo::tool::CommandInfo> commands;
-    for (Command const& command : kCommands)
-        commands.push_back({command.name, command.usage, command.run});
+    static std::vector<kelvo::tool::CommandInfo> const commands(std::begin(kCommands), std::end(kCommands));
     return kelvo::tool::runCommandLine(argc, argv, commands, kToolUsage);
 }
 

@@ -3,14 +3,17 @@
 #define KELVO_TESTS_SUPPORT_FILE_TREES_H
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -80,6 +83,40 @@ inline std::vector<std::string> namesIn(std::string const& path)
     std::sort(names.begin(), names.end());
     return names;
 }
+
+/// @returns the names in the directory `path` as a set.
+inline std::set<std::string> nameSetIn(std::string const& path)
+{
+    std::vector<std::string> const names = namesIn(path);
+    return std::set<std::string>(names.begin(), names.end());
+}
+
+/// @returns the system clock's time in microseconds since the epoch.
+inline long long nowMicroseconds()
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+/// Sets both times of `path` itself (a link is not followed) to
+/// `microseconds` since the epoch.
+/// @returns true on success.
+inline bool setTimes(std::string const& path, long long microseconds)
+{
+    long long seconds = microseconds / 1000000;
+    long long rest = microseconds % 1000000;
+    if (rest < 0) {
+        rest += 1000000;
+        --seconds;
+    }
+    timeval times[2] = {{static_cast<time_t>(seconds), static_cast<suseconds_t>(rest)},
+                        {static_cast<time_t>(seconds), static_cast<suseconds_t>(rest)}};
+    return ::lutimes(path.c_str(), times) == 0;
+}
+
+/// Sets both times of `path` itself to `age` microseconds before now.
+/// @returns true on success.
+inline bool setAge(std::string const& path, long long age) { return setTimes(path, nowMicroseconds() - age); }
 
 /// Describes the tree at `path`, links not followed: each relative name maps
 /// to "d" for a directory, "l:" and the link's contents, or "f:" and the file's
