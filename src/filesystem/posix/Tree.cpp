@@ -31,6 +31,8 @@ ssize_t systemCopyRange(int from, int to, std::size_t count)
 #endif
 }
 
+int systemDuplicate(int descriptor) { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0); }
+
 TreeCalls const kSystemTreeCalls = {
     systemOpenAt,
     ::fstatat,
@@ -48,6 +50,8 @@ TreeCalls const kSystemTreeCalls = {
     ::fdopendir,
     ::readdir,
     ::closedir,
+    systemDuplicate,
+    ::rewinddir,
 };
 
 TreeCalls calls = kSystemTreeCalls;
@@ -58,6 +62,8 @@ bool fill(int result, struct stat const& st, ObjectInformation& information) noe
         return false;
     information.mode = static_cast<std::uint32_t>(st.st_mode);
     information.size = static_cast<std::int64_t>(st.st_size);
+    information.device = static_cast<std::uint64_t>(st.st_dev);
+    information.inode = static_cast<std::uint64_t>(st.st_ino);
     return true;
 }
 
@@ -131,6 +137,24 @@ DIR* openDirectoryStream(int descriptor) noexcept
 }
 
 dirent* readDirectoryStream(DIR* stream) noexcept { return calls.readDirectory(stream); }
+
+dirent* readDirectoryStream(DIR* stream, bool& failed) noexcept
+{
+    // readdir says nothing of the difference but through errno: cleared
+    // before the call, and put back when the call did not fail.
+    int const saved = errno;
+    errno = 0;
+    dirent* entry = calls.readDirectory(stream);
+    if (entry == nullptr && errno != 0)
+        failed = true;
+    else
+        errno = saved;
+    return entry;
+}
+
+int duplicateDescriptor(int descriptor) noexcept { return calls.duplicate(descriptor); }
+
+void rewindDirectoryStream(DIR* stream) noexcept { calls.rewindDirectory(stream); }
 
 void closeDirectoryStream(DIR* stream) noexcept { calls.closeDirectoryStream(stream); }
 

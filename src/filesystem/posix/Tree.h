@@ -38,6 +38,8 @@ struct TreeCalls {
     DIR* (*openDirectoryStream)(int descriptor);
     dirent* (*readDirectory)(DIR* stream);
     int (*closeDirectoryStream)(DIR* stream);
+    int (*duplicate)(int descriptor);
+    void (*rewindDirectory)(DIR* stream);
 };
 
 /// @returns the table every wrapper of this file calls through.
@@ -48,8 +50,10 @@ TreeCalls const& systemTreeCalls() noexcept;
 
 /// What the wrappers read of an object's status.
 struct ObjectInformation {
-    std::uint32_t mode = 0; ///< the whole `st_mode`
-    std::int64_t size = 0;  ///< `st_size`, in bytes
+    std::uint32_t mode = 0;   ///< the whole `st_mode`
+    std::int64_t size = 0;    ///< `st_size`, in bytes
+    std::uint64_t device = 0; ///< `st_dev`: with the inode, what the object is
+    std::uint64_t inode = 0;  ///< `st_ino`
 };
 
 /// Opens `name` relative to the descriptor `directory` with `openat`, `flags`
@@ -120,6 +124,21 @@ DIR* openDirectoryStream(int descriptor) noexcept;
 /// Reads the next entry of `stream` with `readdir`.
 /// @returns the entry, valid until the next read; null at the end or on error.
 dirent* readDirectoryStream(DIR* stream) noexcept;
+
+/// Reads the next entry of `stream` with `readdir`, telling the end of the
+/// listing from a failed read: `failed` is set to true on a failure and left
+/// alone otherwise. errno keeps the failure's value, or the value it had.
+/// @returns the entry, valid until the next read; null at the end or on error.
+dirent* readDirectoryStream(DIR* stream, bool& failed) noexcept;
+
+/// Moves `stream` back to the first entry with `rewinddir`: a stream made
+/// from a duplicated descriptor starts where the original's position was.
+void rewindDirectoryStream(DIR* stream) noexcept;
+
+/// Makes a second descriptor for what `descriptor` names with `dup`
+/// (close-on-exec).
+/// @returns the new descriptor, or -1 on failure.
+int duplicateDescriptor(int descriptor) noexcept;
 
 /// Closes `stream` (never null) and its descriptor with `closedir`.
 void closeDirectoryStream(DIR* stream) noexcept;
