@@ -771,4 +771,56 @@ TEST_F(FileMutexTest, PlainFileTestsAreMeasuredTheSameWay)
     EXPECT_EQ(count.criticalSections, static_cast<long long>(processes) * rounds);
 }
 
+// ---- processes in a directory they may write but not list ------------------------------
+
+// 16 processes by default; KELVO_MUTEX_OVERLAP_PROCESSES and
+// KELVO_MUTEX_OVERLAP_ROUNDS raise them for a measuring run (16 x 300 is the
+// full size). Waiters retry every millisecond, which makes a collision likely
+// wherever the test of the file and its write are not one step.
+constexpr int kGuardProcesses = 16;
+constexpr int kGuardRounds = 30;
+constexpr int kGuardRetryMilliseconds = 1;
+
+/// Makes the directory `name` of the scratch directory with `mode`, and runs
+/// the overlap measurement of FileMutex in it from a child that has given up
+/// root (as the user itself when the tests do not run as root).
+/// @returns the child's exit status: 0 when every critical section ran alone
+/// and no call threw.
+int unprivilegedOverlaps(std::string const& scratch, std::string const& name, mode_t mode, char const* label)
+{
+    std::string const directory = scratch + "/" + name;
+    if (::chmod(scratch.c_str(), 0755) != 0 || ::mkdir(directory.c_str(), 0700) != 0
+        || ::chmod(directory.c_str(), mode) != 0)
+        return 100;
+    return runUnprivileged([&] {
+        int const processes = countFromEnvironment("KELVO_MUTEX_OVERLAP_PROCESSES", kGuardProcesses);
+        int const rounds = countFromEnvironment("KELVO_MUTEX_OVERLAP_ROUNDS", kGuardRounds);
+        auto const start = std::chrono::steady_clock::now();
+        OverlapCount const count = measureOverlaps(Algorithm::library, directory, processes, rounds,
+                                                   kHoldMicroseconds, kGuardRetryMilliseconds);
+        report(label, count, processes, rounds, kGuardRetryMilliseconds, std::chrono::steady_clock::now() - start);
+        std::cout.flush();
+        return firstFailure({count.complete,
+                             count.criticalSections == static_cast<long long>(processes) * rounds,
+                             count.overlaps == 0, count.errors == 0,
+                             !existsByDirectProbe(directory + "/mutex")});
+    });
+}
+
+TEST_F(FileMutexTest, ProcessesInADirectoryTheyCannotListNeverOverlap)
+{
+    int const status = unprivilegedOverlaps(scratch, "write-only", 0333, "FileMutex, directory mode 0333");
+    if (char const* reason = kelvo::testing::unprivilegedSkipReason(status))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(status, 0) << "1: a process did not report, 2: sections lost, 3: overlaps, 4: errors, 5: file left";
+}
+
+TEST_F(FileMutexTest, ProcessesInADirectoryTheyCanListNeverOverlap)
+{
+    int const status = unprivilegedOverlaps(scratch, "readable", 0777, "FileMutex, directory mode 0777");
+    if (char const* reason = kelvo::testing::unprivilegedSkipReason(status))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(status, 0) << "1: a process did not report, 2: sections lost, 3: overlaps, 4: errors, 5: file left";
+}
+
 } // namespace
