@@ -185,8 +185,8 @@ private:
                 return;
             case Opening::goneMeanwhile:
                 // Removed by another process between the creation that found
-                // it and the opening that did not: try again at once.
-                if (std::chrono::steady_clock::now() >= deadline) {
+                // it and the opening that did not: try again.
+                if (!waitAndGoOn()) {
                     outcome = FileMutexGuard::timedOut;
                     return;
                 }
