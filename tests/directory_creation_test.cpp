@@ -308,7 +308,7 @@ TEST_F(DirectoryCreation, ALongPathOfTwentyThousandPartsIsMadeAsFarAsTheSystemAl
     ASSERT_GE(target.size(), 60000u);
     ChildMeasure const measure = measureInChild([&] { return fs::createDirectories(Path(target)) ? 1 : 0; });
     EXPECT_EQ(measure.exitStatus, 0) << "1: true for a path the system cannot hold; " << kChildDidNotExit
-                                     << ": the child died";
+                                     << ": the child died; " << kBodyThrew << ": out of memory";
     EXPECT_GE(measure.peakGrowthKiB, 0);
     EXPECT_LT(measure.peakGrowthKiB, kMemoryBoundKiB);
     EXPECT_TRUE(madeUpToTheLimit(scratch, "ab"));
@@ -319,7 +319,7 @@ TEST_F(DirectoryCreation, ALongPathOfTwentyThousandPartsIsMadeBareAsFarAsTheSyst
     std::string const target = scratch + repeated("/ab", 20000);
     ChildMeasure const measure = measureInChild([&] { return fs::createDirectoriesValidated(Path(target)) ? 1 : 0; });
     EXPECT_EQ(measure.exitStatus, 0) << "1: true for a path the system cannot hold; " << kChildDidNotExit
-                                     << ": the child died";
+                                     << ": the child died; " << kBodyThrew << ": out of memory";
     EXPECT_GE(measure.peakGrowthKiB, 0);
     EXPECT_LT(measure.peakGrowthKiB, kMemoryBoundKiB);
     EXPECT_TRUE(madeUpToTheLimit(scratch, "ab"));
@@ -341,7 +341,7 @@ TEST_F(DirectoryCreation, WalksOfAnyDepthRunOnASmallMachineStack)
         });
     });
     EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
-                         << ": no thread; else the index of the wrong answer";
+                         << ": no thread; " << kBodyThrew << ": out of memory; else the index of the wrong answer";
     EXPECT_TRUE(madeUpToTheLimit(scratch, "a"));
     EXPECT_TRUE(madeUpToTheLimit(at("valid"), "d"));
 }

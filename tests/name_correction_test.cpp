@@ -25,6 +25,7 @@ namespace {
 using kelvo::filesystem::Path;
 using kelvo::testing::ChildMeasure;
 using kelvo::testing::firstFailure;
+using kelvo::testing::kBodyThrew;
 using kelvo::testing::kChildDidNotExit;
 using kelvo::testing::kScratchUnreachable;
 using kelvo::testing::kThreadNotStarted;
@@ -407,7 +408,7 @@ TEST_F(NameCorrection, ALongPathOfTwentyThousandPartsIsCorrectedAsFarAsItCanBeLi
         });
         char const* const what = call < 2 ? "findSimilarName" : "correctFileCaseAndComposition";
         EXPECT_EQ(measure.exitStatus, 0) << what << " checkAll " << checkAll << ": 1 or 3: another path; 2: false; "
-                                         << kChildDidNotExit << ": the child died";
+                                         << kChildDidNotExit << ": the child died; " << kBodyThrew << ": out of memory";
         EXPECT_GE(measure.peakGrowthKiB, 0) << what << " checkAll " << checkAll;
         EXPECT_LT(measure.peakGrowthKiB, kMemoryBoundKiB) << what << " checkAll " << checkAll;
     }
@@ -450,7 +451,7 @@ TEST_F(NameCorrection, WalksOfAnyDepthRunOnASmallMachineStack)
         });
     });
     EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
-                         << ": no thread; else the index of the wrong answer";
+                         << ": no thread; " << kBodyThrew << ": out of memory; else the index of the wrong answer";
 }
 
 } // namespace

@@ -21,6 +21,21 @@ inline constexpr std::size_t kSmallStackBytes = 256 * 1024;
 
 /// What `runOnSmallStack` returns when the thread could not be started.
 inline constexpr int kThreadNotStarted = 122;
+/// What `runOnSmallStack` and `measureInChild` give when the body threw (out
+/// of memory under the cap, say) instead of returning.
+inline constexpr int kBodyThrew = 123;
+
+/// @returns what `body` returns, or `kBodyThrew` when it throws: a forked
+/// child must never carry an exception back into the test that forked it.
+template <typename Body>
+int returnedOrThrew(Body& body) noexcept
+{
+    try {
+        return body();
+    } catch (...) {
+        return kBodyThrew;
+    }
+}
 
 namespace detail {
 
@@ -34,14 +49,15 @@ template <typename Body>
 void* runSmallStackCall(void* argument)
 {
     auto* call = static_cast<SmallStackCall<Body>*>(argument);
-    call->result = (*call->body)();
+    call->result = returnedOrThrew(*call->body);
     return nullptr;
 }
 
 } // namespace detail
 
 /// Runs `body` on a new thread whose machine stack is `stackBytes` long (a
-/// `std::thread` cannot be given a stack size) and waits for it. Run it in a
+/// `std::thread` cannot be given a stack size) and waits for it; an exception
+/// out of `body` gives `kBodyThrew`. Run it in a
 /// forked child (`runInChild`) when `body` may overflow the stack, so that the
 /// test sees a failure rather than a crash.
 /// @returns what `body` returned, or `kThreadNotStarted`.
@@ -138,7 +154,8 @@ inline void resetPeakResident()
 
 /// Runs `body` in a forked child with a capped address space (see
 /// `capAddressSpace`) and measures how much the child's peak resident size
-/// grew while `body` ran. What `body` returns is the child's exit status.
+/// grew while `body` ran. What `body` returns is the child's exit status
+/// (`kBodyThrew` when it throws).
 template <typename Body>
 ChildMeasure measureInChild(Body body)
 {
@@ -152,7 +169,7 @@ ChildMeasure measureInChild(Body body)
         capAddressSpace();
         resetPeakResident();
         long long const before = peakResidentKiB();
-        int const status = body();
+        int const status = returnedOrThrew(body);
         long long const growth = peakResidentKiB() - before;
         (void)::write(channel[1], &growth, sizeof growth);
         ::_exit(status);
