@@ -12,6 +12,9 @@ constexpr char kDotNative[] = ".";
 
 } // namespace
 
+// The rule of `Path::parentPath`, applied to a leading piece of a text in
+// place instead of to a path of its own; the tests hold the two to the same
+// answers for every short spelling.
 std::size_t parentLength(char32_t const* text, std::size_t size) noexcept
 {
     if (size == 0 || (size == 1 && text[0] == kSeparator))
@@ -34,9 +37,9 @@ std::size_t parentLength(char32_t const* text, std::size_t size) noexcept
 }
 
 ParentChain::ParentChain(Path const& path)
-    : wholeText(PathNativeAccess::text(path)),
-      wholeNative(PathNativeAccess::native(path)),
-      carried(PathNativeAccess::nativeToCarry(path) != nullptr)
+    : carried(PathNativeAccess::nativeToCarry(path) != nullptr),
+      wholeText(PathNativeAccess::text(path)),
+      wholeNative(PathNativeAccess::native(path))
 {
     char32_t const* const t = wholeText.data();
     std::size_t const size = wholeText.size();

@@ -92,12 +92,14 @@ private:
         ~Restore() { place = kept; }
     };
 
+    // Asked before the native form is made for the chain: a form made from
+    // the text need not be carried.
+    bool carried = false;
     kelvo::unicode::String const& wholeText;
     std::string const& wholeNative;
     std::vector<Link> links;
     std::vector<char> buffer;
     std::size_t wholeRootLength = 0;
-    bool carried = false;
 };
 
 } // namespace kelvo::filesystem::detail

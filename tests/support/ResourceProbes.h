@@ -92,6 +92,12 @@ inline constexpr bool kUnderSanitizer = false;
 inline constexpr bool kUnderSanitizer = false;
 #endif
 
+/// What a sanitizer may keep resident of the memory a body frees, to allow
+/// for on top of any bound of peak growth: AddressSanitizer holds freed blocks
+/// in a quarantine (256 MB by default) instead of handing them out again, so
+/// there every short-lived copy a body makes adds to its peak.
+inline constexpr long long kSanitizerHeldKiB = kUnderSanitizer ? 256LL * 1024 : 0;
+
 /// The room a measured child may take beyond what it had at the start before
 /// an allocation fails, so that code that would grow without measure fails
 /// fast instead of taking the machine's memory (not applied under a sanitizer).
