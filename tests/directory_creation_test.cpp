@@ -63,8 +63,8 @@ std::string deepestAcceptedChain(std::string const& base, std::string const& nam
     return level;
 }
 
-/// The walk as its specification states it, by recursion, with the library's
-/// own path functions and a plain mkdir: the reference for the library's loop.
+/// The walk written the plain way, by recursion, with the library's own path
+/// functions and a plain mkdir: the reference for the library's loop.
 bool referenceCreateDirectoriesValidated(Path const& path)
 {
     Path const parent = path.parentPath();
@@ -245,10 +245,10 @@ TEST_F(DirectoryCreation, PathWithANulByteMakesNothing)
     EXPECT_EQ(namesIn(scratch), std::vector<std::string>{"a"});
 }
 
-TEST_F(DirectoryCreation, EverySpellingMakesWhatTheSpecifiedRecursionMakes)
+TEST_F(DirectoryCreation, EverySpellingMakesWhatTheRecursiveWalkMakes)
 {
     // Each spelling is made twice from the same starting tree, once by the
-    // library and once by the recursion as specified, relative and absolute;
+    // library and once by the recursive walk, relative and absolute;
     // results and trees must agree.
     std::vector<std::string> const spellings = {
         "a", "a/b/c", "a/b/c/", "a//b///c", "a/./b", "a/../b", "a/b/..", "a/b/.", "./a/b", "a/b/../../c",

@@ -108,8 +108,8 @@ public:
     bool extra = false;
 };
 
-/// Name correction as its specification states it, by recursion, with the
-/// library's public functions: the reference for the library's loop.
+/// Name correction written the plain way, by recursion, with the library's
+/// public functions: the reference for the library's loop.
 Path referenceMatchingNameIn(Path const& directory, Path const& name)
 {
     fs::DirectoryIterator entries{Path(directory)};
@@ -339,7 +339,7 @@ TEST_F(NameCorrection, TheRootIsItsOwnSpelling)
     EXPECT_EQ(fs::findSimilarName(Path("/"), false).nativeString(), "/");
 }
 
-TEST_F(NameCorrection, EverySpellingFindsWhatTheSpecifiedRecursionFinds)
+TEST_F(NameCorrection, EverySpellingFindsWhatTheRecursiveWalkFinds)
 {
     makeDirectory("Data");
     writeFile("Data/README.txt", "readme");
