@@ -38,8 +38,9 @@ public:
     {
         // Where nothing can be reached at the directory's native form it
         // cannot be listed either: the name is kept at the cost of one status
-        // call, without a copy of the directory for a listing. This is what
-        // keeps the elements below the system's length limit cheap.
+        // call, without a copy of the directory for a listing. So the
+        // elements past the system's length limit cost no more than their
+        // own length each.
         if (posix::canStat(native.c_str())) {
             DirectoryIterator entries{directory()};
             if (entries.canIterate()) {
@@ -48,8 +49,8 @@ public:
                 for (; *entries != *end; ++entries) {
                     Path const entryName = entries->getPath().filename();
                     if (entryName == name) {
-                        std::string const& entryNative = PathNativeAccess::native(entryName);
                         bool const entryCarried = PathNativeAccess::nativeToCarry(entryName) != nullptr;
+                        std::string const& entryNative = PathNativeAccess::native(entryName);
                         String const& entryText = PathNativeAccess::text(entryName);
                         append(PathNativeAccess::fromPiece(entryText.data(), entryText.size()), entryNative,
                                entryCarried);
