@@ -117,6 +117,19 @@ DIR* failingOpenDirectoryStream(int)
     return nullptr;
 }
 
+// Lets `listingsBeforeFailure` listings start, then fails every later one
+// (the wrapper then closes the descriptor, as after a real failure).
+int listingsBeforeFailure = 0;
+DIR* failingOpenDirectoryStreamAfter(int descriptor)
+{
+    if (listingsBeforeFailure > 0) {
+        --listingsBeforeFailure;
+        return posix::systemTreeCalls().openDirectoryStream(descriptor);
+    }
+    errno = ENOMEM;
+    return nullptr;
+}
+
 class FaultInjection : public ScratchDirectory {
 protected:
     void SetUp() override
@@ -290,6 +303,61 @@ TEST_F(FaultInjection, RefusedDeletionDeepInATreeLeavesEveryLevelAbove)
     EXPECT_EQ(unlinkCalls, 2);
     EXPECT_TRUE(isDirectoryOnDisk(at("t/a/b")));
     EXPECT_FALSE(isPresentOnDisk(at("t/a/b/f")));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, RefusedDeletionHalfWayDownADeepTreeLeavesNoDescriptorOpen)
+{
+    // Deeper than the walk holds descriptors, with a file in every level, so
+    // that the refusal comes while levels above have been let go of.
+    int const depth = 120;
+    makeDirectory("t");
+    std::string level = "t";
+    for (int i = 0; i < depth; ++i) {
+        writeFile(level + "/f", "x");
+        level += "/d";
+        makeDirectory(level);
+    }
+    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    // Every level takes two deletions (its file and, on the way back, its
+    // directory): the refusal comes half-way.
+    unlinkFailsAt = depth;
+    EXPECT_FALSE(fs::removeAll(path("t")));
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(unlinkCalls, depth);
+    EXPECT_TRUE(isDirectoryOnDisk(at("t")));
+    expectNoDescriptorLeft();
+
+    // The same from removeAllInDir, refused at the very first deletion and
+    // at the very last.
+    posix::treeCalls() = posix::systemTreeCalls();
+    unlinkCalls = 0;
+    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    unlinkFailsAt = 1;
+    EXPECT_FALSE(fs::removeAllInDir(path("t")));
+    EXPECT_EQ(unlinkCalls, 1);
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, ListingThatCannotStartDeepInATreeLeavesNoDescriptorOpen)
+{
+    int const depth = 60;
+    makeDirectory("t");
+    std::string level = "t";
+    for (int i = 0; i < depth; ++i) {
+        level += "/d";
+        makeDirectory(level);
+        writeFile(level + "/f", "x");
+    }
+    posix::treeCalls().openDirectoryStream = failingOpenDirectoryStreamAfter;
+    listingsBeforeFailure = depth / 2;
+    // A level that cannot be listed is not empty, so its rmdir fails and the
+    // walk stops there.
+    EXPECT_FALSE(fs::removeAll(path("t")));
+    expectNoDescriptorLeft();
+    EXPECT_TRUE(isDirectoryOnDisk(at("t")));
+    posix::treeCalls() = posix::systemTreeCalls();
+    EXPECT_TRUE(fs::removeAll(path("t")));
     expectNoDescriptorLeft();
 }
 
