@@ -171,6 +171,7 @@ public:
                     auto const& [directory, link] = pairs[next];
                     if (::renameat2(AT_FDCWD, directory.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE) == 0)
                         shared->swaps.fetch_add(1);
+                    shared->attempts.fetch_add(1);
                     ::sched_yield();
                 } else {
                     ::usleep(50);
@@ -194,7 +195,16 @@ public:
     }
 
     bool started() const { return child > 0; }
-    void arm() { shared->armed.store(1); }
+
+    /// Starts the exchanges and returns once the first has been tried, so
+    /// that what runs next runs with the second process already busy.
+    void arm()
+    {
+        long const before = shared->attempts.load();
+        shared->armed.store(1);
+        while (shared->attempts.load() == before)
+            ::usleep(10);
+    }
 
     /// Stops the exchanges and returns once none is under way or can start.
     void disarm()
@@ -214,6 +224,7 @@ private:
         std::atomic<long> armed{0};
         std::atomic<long> loops{0};
         std::atomic<long> swaps{0};
+        std::atomic<long> attempts{0};
     };
     Shared* shared = nullptr;
     pid_t child = -1;
@@ -225,9 +236,11 @@ private:
 // tree at another depth (the top, a subdirectory, one below that).
 class SwapRace {
 public:
-    explicit SwapRace(std::string area)
+    /// With `topOnly`, only the top of the tree is exchanged; each level of
+    /// the tree holds `filesPerLevel` files.
+    explicit SwapRace(std::string area, bool topOnly = false, int filesPerLevel = 40)
         : area(std::move(area)), canary(this->area + "/canary"), world(this->area + "/world"),
-          tree(world + "/" + kTreeName)
+          tree(world + "/" + kTreeName), topOnly(topOnly), filesPerLevel(filesPerLevel)
     {
     }
 
@@ -243,9 +256,12 @@ public:
         if (!makeCanary())
             return -1;
         expected = describeTree(canary);
-        LinkSwapper swapper({{tree, world + "/swap0"},
-                             {tree + "/sub", world + "/swap1"},
-                             {tree + "/sub/deeper", world + "/swap2"}});
+        std::vector<std::pair<std::string, std::string>> pairs = {{tree, world + "/swap0"}};
+        if (!topOnly) {
+            pairs.emplace_back(tree + "/sub", world + "/swap1");
+            pairs.emplace_back(tree + "/sub/deeper", world + "/swap2");
+        }
+        LinkSwapper swapper(std::move(pairs));
         if (!swapper.started())
             return -1;
         int damaged = 0;
@@ -278,8 +294,8 @@ private:
                && writeWholeFile(canary + "/keep", "keep") && writeWholeFile(canary + "/inner/deep", "deep");
     }
 
-    // The tree: files at the top that keep the walk busy between reading
-    // the kinds and opening the subdirectories, and two levels below.
+    // The tree: three levels, each with files that keep the walk busy
+    // between reading the kinds and opening a subdirectory.
     bool buildWorld() const
     {
         if (::mkdir(world.c_str(), 0777) != 0 || ::mkdir(tree.c_str(), 0777) != 0)
@@ -288,19 +304,24 @@ private:
             if (::symlink(canary.c_str(), (world + "/swap" + std::to_string(i)).c_str()) != 0)
                 return false;
         }
-        for (int i = 0; i < 20; ++i) {
-            if (!writeWholeFile(tree + "/h" + std::to_string(i), "h"))
-                return false;
+        if (::mkdir((tree + "/sub").c_str(), 0777) != 0 || ::mkdir((tree + "/sub/deeper").c_str(), 0777) != 0)
+            return false;
+        for (std::string const& directory : {tree, tree + "/sub", tree + "/sub/deeper"}) {
+            for (int i = 0; i < filesPerLevel; ++i) {
+                if (!writeWholeFile(directory + "/h" + std::to_string(i), "h"))
+                    return false;
+            }
         }
-        return ::mkdir((tree + "/sub").c_str(), 0777) == 0 && writeWholeFile(tree + "/sub/f", "f")
-               && writeWholeFile(tree + "/sub/g", "g") && ::mkdir((tree + "/sub/deeper").c_str(), 0777) == 0
-               && writeWholeFile(tree + "/sub/deeper/x", "x") && writeWholeFile(tree + "/sub/deeper/y", "y");
+        return true;
     }
+
 
     std::string area;
     std::string canary;
     std::string world;
     std::string tree;
+    bool topOnly;
+    int filesPerLevel;
     std::map<std::string, std::string> expected;
     long swaps = 0;
 };
@@ -421,7 +442,10 @@ TEST_F(RemovalSafety, MoveAcrossFileSystemsNeverDeletesThroughALinkSwappedIn)
         sourceArea = mounted;
     }
 
-    SwapRace race(sourceArea);
+    // The top alone is exchanged, as often as the second process can, and
+    // the tree is small, so that most of a round is spent between the copy
+    // and the deletion.
+    SwapRace race(sourceArea, true, 2);
     int round = 0;
     int const rounds = raceRounds();
     int const damaged = race.run(rounds, [&] {
