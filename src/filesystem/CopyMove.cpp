@@ -256,7 +256,8 @@ namespace {
 
 // copyDirectory, telling `source` (when given) which directory it listed:
 // a move deletes that directory and no other.
-bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive, std::optional<detail::ObjectIdentity>* source)
+bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive,
+                            std::optional<detail::ObjectIdentity>* source)
 {
     char const* fromNative = PathNativeAccess::cStringForChange(from);
     char const* toNative = PathNativeAccess::cStringForChange(to);

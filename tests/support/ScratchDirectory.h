@@ -53,7 +53,8 @@ inline void removeTree(std::string const& path)
                     if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0)
                         continue;
                     struct stat entryStatus;
-                    if (::fstatat(current, name, &entryStatus, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(entryStatus.st_mode))
+                    if (::fstatat(current, name, &entryStatus, AT_SYMLINK_NOFOLLOW) == 0
+                        && S_ISDIR(entryStatus.st_mode))
                         level.subdirectories.emplace_back(name);
                     else
                         ::unlinkat(current, name, 0);
