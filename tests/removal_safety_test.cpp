@@ -97,7 +97,7 @@ bool makeChain(std::string const& top, int depth, bool withFiles)
 
 // Runs `body` on a new thread whose stack is `stackSize` bytes and waits
 // for it. @returns what `body` returned; -1 when the thread could not start.
-int runOnSmallStack(std::size_t stackSize, std::function<int()> body)
+int runOnThreadWithStack(std::size_t stackSize, std::function<int()> body)
 {
     struct Call {
         std::function<int()> body;
@@ -615,7 +615,7 @@ protected:
     {
         if (::mkdir(top.c_str(), 0755) != 0 || !makeChain(top, kDepth, true))
             return 10;
-        int const answer = runOnSmallStack(kStackSize, [&] { return removal(Path(top)) ? 1 : 0; });
+        int const answer = runOnThreadWithStack(kStackSize, [&] { return removal(Path(top)) ? 1 : 0; });
         return firstFailure({answer == 1, !existsByDirectProbe(top)});
     }
 
