@@ -3,6 +3,7 @@
 
 #include "CanonicalNative.h"
 #include "PathInternal.h"
+#include "TreeRemoval.h"
 #include "TreeWalk.h"
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include <sys/stat.h>
 
@@ -250,7 +252,12 @@ bool copySymbolicLink(Path const& from, Path const& to, bool failIfExists)
     return createSymbolicLink(target, to);
 }
 
-bool copyDirectory(Path const& from, Path const& to, bool recursive)
+namespace {
+
+// copyDirectory, telling `source` (when given) which directory it listed:
+// a move deletes that directory and no other.
+bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive,
+                            std::optional<detail::ObjectIdentity>* source)
 {
     char const* fromNative = PathNativeAccess::cStringForChange(from);
     char const* toNative = PathNativeAccess::cStringForChange(to);
@@ -270,10 +277,19 @@ bool copyDirectory(Path const& from, Path const& to, bool recursive)
     DescriptorListing listing(posix::openAt(posix::kWorkingDirectory, fromNative, O_RDONLY | O_DIRECTORY));
     if (!listing.isOpen())
         return true; // nothing listed, nothing to copy
+    if (posix::ObjectInformation listed; source != nullptr && posix::statDescriptor(listing.descriptor(), listed))
+        *source = detail::identityOf(listed);
     OwnedDescriptor destination(posix::openAt(posix::kWorkingDirectory, toNative, kDestinationDirectoryFlags));
     if (!destination.isOpen())
         return listing.next() == nullptr; // every entry would fail to be made
     return copyListed(listing, destination.get(), to, recursive);
+}
+
+} // namespace
+
+bool copyDirectory(Path const& from, Path const& to, bool recursive)
+{
+    return copyDirectoryReporting(from, to, recursive, nullptr);
 }
 
 bool copy(Path const& from, Path const& to)
@@ -296,10 +312,12 @@ bool move(Path const& from, Path const& to)
         return true;
     if (PathNativeAccess::cStringForChange(from) == nullptr || PathNativeAccess::cStringForChange(to) == nullptr)
         return false;
+    // The directory the copy listed, if it listed one.
+    std::optional<detail::ObjectIdentity> copiedDirectory;
     bool copied;
     switch (status(from).getType()) {
     case FileType::directory:
-        copied = copyDirectory(from, to, true);
+        copied = copyDirectoryReporting(from, to, true, &copiedDirectory);
         break;
     case FileType::symbolicLink:
         copied = copySymbolicLink(from, to, true); // not reached, as for copy
@@ -310,9 +328,18 @@ bool move(Path const& from, Path const& to)
     }
     if (!copied)
         return false;
-    if (symbolicLinkStatus(from).getType() == FileType::directory)
-        return removeAllInDir(from);
-    return remove(from);
+    // The source is deleted only as the directory that was copied: one that
+    // another directory or a link has taken the place of since the copy is
+    // left alone (false), and the final name is never followed, so that a
+    // link put there cannot lead the deletion out of the source.
+    char const* fromNative = PathNativeAccess::cStringForChange(from);
+    posix::ObjectInformation information;
+    if (!posix::statAt(posix::kWorkingDirectory, fromNative, false, information) || !isDirectoryMode(information.mode))
+        return remove(from);
+    detail::ObjectIdentity const found = detail::identityOf(information);
+    if (copiedDirectory && *copiedDirectory != found)
+        return false;
+    return detail::removeTreeOf(fromNative, found);
 }
 
 } // namespace kelvo::filesystem

@@ -108,17 +108,19 @@ Entered DirectoryStack::enter(char const* name, bool follow)
 }
 
 // Closes the descriptor of the highest level below the top that still holds
-// one. Held descriptors are always the lowest levels, so it is the first one
-// found from the top down.
+// one. Held descriptors are always the lowest `held` levels (entering adds
+// one at the bottom, leaving takes the bottom one and reopens at most the
+// level right above it), so that level is found at once, not by a search
+// that would make a deep walk quadratic.
 void DirectoryStack::closeOldest()
 {
-    for (std::size_t level = 1; level < levels.size(); ++level) {
-        if (levels[level].descriptor >= 0) {
-            posix::closeObject(levels[level].descriptor);
-            levels[level].descriptor = -1;
-            --held;
-            return;
-        }
+    if (held == 0)
+        return;
+    Level& oldest = levels[levels.size() - held];
+    if (oldest.descriptor >= 0) {
+        posix::closeObject(oldest.descriptor);
+        oldest.descriptor = -1;
+        --held;
     }
 }
 
