@@ -105,13 +105,6 @@ std::string escapeName(std::string const& bytes);
 /// @returns `bytes` shown as `escapeName` does, in single quotes, for messages.
 std::string quoteName(std::string const& bytes);
 
-/// @returns `text` as a JSON string (quotes, `\\`, `\"` and \u escapes) of
-/// `escapeName(text)`, so that JSON shows names exactly as the text does.
-std::string jsonName(std::string const& bytes);
-
-/// @returns `text` as a JSON string; `text` must be valid UTF-8.
-std::string jsonString(std::string const& text);
-
 /// @returns `bytes` in double quotes: printable ASCII as it is, `\` and `"`
 /// escaped with a backslash, every other byte as \xHH.
 std::string quoteBytes(std::string const& bytes);
