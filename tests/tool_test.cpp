@@ -219,6 +219,18 @@ TEST_F(ToolTest, EverySynopsisShowsExactlyTheOptionsTheCommandAccepts)
     }
 }
 
+TEST_F(ToolTest, OptionValuesAreTakenAsTheyAreWritten)
+{
+    // A value may look like an option, or be empty after "=".
+    EXPECT_EQ(runTool({"elide", "--width", "12", "--ellipsis", "--x=", "/aaa/bbb/ccc/ddd"}).out, "/aaa/--x=/ddd\n");
+    EXPECT_EQ(runTool({"elide", "--width", "12", "--ellipsis=", "/aaa/bbb/ccc/ddd"}).out, "/aaa//ddd\n");
+    EXPECT_EQ(runTool({"elide", "--width", "12", "--ellipsis=--", "/aaa/bbb/ccc/ddd"}).out, "/aaa/--/ddd\n");
+    // The last of an option given twice counts; flags together count one by one.
+    EXPECT_EQ(runTool({"elide", "--width=4", "--ellipsis", "+", "--width", "12", "--ellipsis=...", "/aaa/bbb/ccc/ddd"}).out,
+              "/aaa/.../ddd\n");
+    EXPECT_EQ(runTool({"ls", "-la", "-a", "--", "-"}).err, "kelvo-fs ls: cannot access '-': No such file or directory\n");
+}
+
 TEST_F(ToolTest, EverySubcommandHasHelp)
 {
     for (char const* command : {"path", "compare", "stat", "ls", "lock", "locked", "cwd", "demo"}) {

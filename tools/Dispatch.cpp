@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <iostream>
 #include <utility>
@@ -57,6 +58,8 @@ struct Check {
     std::string message;
     /// The position of the "--" that ends the options, or the number of words.
     std::size_t separator = 0;
+    /// The positions of the options given an empty value after "=" ("--ellipsis=").
+    std::vector<std::size_t> emptyValues;
 };
 
 /// Reads `words` in order, as the tool always has, for what the parser below
@@ -108,6 +111,8 @@ Check check(std::vector<std::string> const& words, std::vector<OptionInfo> const
                 if (i + 1 == words.size())
                     return bad("option " + name + " needs a value");
                 ++i;
+            } else if (option->value != nullptr && equals + 1 == word.size()) {
+                result.emptyValues.push_back(i);
             }
             continue;
         }
@@ -130,11 +135,12 @@ struct Parsed {
 };
 
 /// Parses the words before the separator with the command's options. The
-/// words have passed `check`, so a refusal here is an error of the tool
-/// itself; it is told with the parser's own message.
+/// words have passed `check`, which found the options given an empty value at
+/// `emptyValues`, so a refusal here is an error of the tool itself; it is
+/// told with the parser's own message.
 /// @returns false, with `error` set, on a refusal.
-bool parse(std::vector<std::string> const& words, std::vector<OptionInfo> const& options, Parsed& parsed,
-           std::string& error)
+bool parse(std::vector<std::string> const& words, std::vector<std::size_t> const& emptyValues,
+           std::vector<OptionInfo> const& options, Parsed& parsed, std::string& error)
 {
     CLI::App app;
     // Help was answered by the check, and nothing else is wanted of the
@@ -154,13 +160,12 @@ bool parse(std::vector<std::string> const& words, std::vector<OptionInfo> const&
     // handed over as a word of its own, which the parser keeps; glued to the
     // name, it would take the next word instead.
     std::vector<std::string> reversed;
-    for (auto word = words.rbegin(); word != words.rend(); ++word) {
-        std::size_t const equals = word->find('=');
-        if (word->compare(0, 2, "--") == 0 && equals + 1 == word->size()) {
+    for (std::size_t i = words.size(); i-- > 0;) {
+        if (std::find(emptyValues.begin(), emptyValues.end(), i) != emptyValues.end()) {
             reversed.emplace_back();
-            reversed.push_back(word->substr(0, equals));
+            reversed.push_back(words[i].substr(0, words[i].size() - 1));
         } else {
-            reversed.push_back(*word);
+            reversed.push_back(words[i]);
         }
     }
     try {
@@ -199,7 +204,7 @@ int dispatch(CommandInfo const& command, int argc, char** argv)
     Parsed parsed;
     std::string error;
     if (!parse(std::vector<std::string>(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(checked.separator)),
-               command.options, parsed, error))
+               checked.emptyValues, command.options, parsed, error))
         return badUsage(invocation, error);
     invocation.operands = std::move(parsed.operands);
     invocation.options = std::move(parsed.options);
@@ -255,7 +260,7 @@ int runHelp(std::vector<CommandInfo> const& commands, char const* toolUsage, int
         return badUsage(invocation, checked.message);
     Parsed parsed;
     std::string error;
-    if (!parse(words, kHelpOptions, parsed, error))
+    if (!parse(words, checked.emptyValues, kHelpOptions, parsed, error))
         return badUsage(invocation, error);
     invocation.options = std::move(parsed.options);
     bool const listCommands = invocation.hasOption("--commands");
