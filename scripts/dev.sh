@@ -9,7 +9,9 @@
 #                           UndefinedBehaviorSanitizer) and every test
 #                         - the thread tests under ThreadSanitizer (tsan preset)
 #                         - each fuzz target for KELVO_FUZZ_SECONDS (30) seconds
-#                         - configuring without tests (no GoogleTest needed) and
+#                         - configuring without tests (no GoogleTest needed;
+#                           the tool's CLI11 and nlohmann-json are), without
+#                           the tool (only a compiler, CMake and ICU needed) and
 #                           without the Unicode test data (its test skipped)
 #                         - the release build with the benchmarks, installed into
 #                           a temporary prefix: the installed kelvo-fs run with a
@@ -19,7 +21,7 @@ set -eu
 
 cd "$(dirname "$0")/.."
 
-PACKAGES="cmake make g++ clang libclang-rt-14-dev pkg-config libicu-dev libgtest-dev libbenchmark-dev libboost-filesystem-dev unicode-data bzip2 util-linux doxygen"
+PACKAGES="cmake make g++ clang libclang-rt-14-dev pkg-config libicu-dev libgtest-dev libbenchmark-dev libboost-filesystem-dev libcli11-dev nlohmann-json3-dev unicode-data bzip2 util-linux doxygen"
 JOBS=$(nproc 2>/dev/null || echo 2)
 FUZZ_SECONDS=${KELVO_FUZZ_SECONDS:-30}
 # The ordinary user the suite runs as when this script runs as root.
@@ -129,12 +131,33 @@ run_as_ordinary_user() {
 # ---- configurations that need less -------------------------------------------
 
 check_lean_configurations() {
-    echo "== without tests: a compiler, CMake and ICU suffice"
+    echo "== without tests: a compiler, CMake and ICU suffice, and CLI11 and nlohmann-json for the tool"
     rm -rf build/lean
     cmake -S . -B build/lean -DKELVO_BUILD_TESTS=OFF -DKELVO_BUILD_TOOLS=ON \
         -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON \
         -DKELVO_UNICODE_DATA_DIR=/nonexistent >"$LOGS/lean.log" 2>&1 || { cat "$LOGS/lean.log"; return 1; }
     echo "configured"
+
+    echo "== without the tool: a compiler, CMake and ICU suffice"
+    rm -rf build/notool
+    cmake -S . -B build/notool -DKELVO_BUILD_TESTS=OFF -DKELVO_BUILD_TOOLS=OFF \
+        -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON \
+        -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON \
+        -DKELVO_UNICODE_DATA_DIR=/nonexistent >"$LOGS/notool.log" 2>&1 || { cat "$LOGS/notool.log"; return 1; }
+    echo "configured"
+
+    echo "== the tool without CLI11 and nlohmann-json: configuring stops and names them"
+    rm -rf build/nodeps
+    if cmake -S . -B build/nodeps -DKELVO_BUILD_TESTS=OFF -DKELVO_BUILD_TOOLS=ON \
+        -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON \
+        -DKELVO_UNICODE_DATA_DIR=/nonexistent >"$LOGS/nodeps.log" 2>&1; then
+        cat "$LOGS/nodeps.log"
+        echo "configuring the tool without its packages succeeded" >&2
+        return 1
+    fi
+    grep -q "libcli11-dev" "$LOGS/nodeps.log" && grep -q "nlohmann-json3-dev" "$LOGS/nodeps.log" \
+        || { cat "$LOGS/nodeps.log"; return 1; }
+    echo "stopped, naming libcli11-dev and nlohmann-json3-dev"
 
     echo "== without the Unicode test data: the conformance test is skipped"
     rm -rf build/nodata
@@ -143,7 +166,7 @@ check_lean_configurations() {
     grep -q "Unicode conformance test is skipped" "$LOGS/nodata.log"
     ctest --test-dir build/nodata -N | grep -q "unicode_conformance_test.skipped"
     echo "configured, with the skip in place"
-    rm -rf build/lean build/nodata
+    rm -rf build/lean build/notool build/nodeps build/nodata
 }
 
 # ---- fuzzing -----------------------------------------------------------------

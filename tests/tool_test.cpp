@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -153,6 +154,81 @@ TEST_F(ToolTest, HelpListsCommandsAndOptionsForCompletion)
     EXPECT_EQ(runTool({"help", "--options", "cwd"}).out, "--help\n");
     EXPECT_EQ(runTool({"help", "--options"}).exitStatus, 2);
     EXPECT_EQ(runTool({"help", "--options", "nothing"}).exitStatus, 2);
+}
+
+/// @returns the options a synopsis line shows ("[-a]", "[--timeout SECONDS]",
+/// "--width N"), each with whether an upper-case value word follows it.
+std::vector<std::pair<std::string, bool>> optionsShownIn(std::string const& synopsis)
+{
+    std::vector<std::string> words;
+    std::istringstream in(synopsis);
+    for (std::string word; in >> word;)
+        words.push_back(word);
+    auto bare = [](std::string word) {
+        word.erase(std::remove_if(word.begin(), word.end(), [](char c) { return c == '[' || c == ']'; }), word.end());
+        return word;
+    };
+    std::vector<std::pair<std::string, bool>> shown;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        std::string const word = bare(words[i]);
+        if (word.size() < 2 || word[0] != '-' || word == "--" || word.find("...") != std::string::npos)
+            continue;
+        bool const closes = words[i].find(']') != std::string::npos;
+        bool value = false;
+        if (!closes && i + 1 < words.size()) {
+            std::string const next = bare(words[i + 1]);
+            value = !next.empty() && next.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ_") == std::string::npos;
+        }
+        shown.emplace_back(word, value);
+    }
+    return shown;
+}
+
+TEST_F(ToolTest, EverySynopsisShowsExactlyTheOptionsTheCommandAccepts)
+{
+    std::vector<std::string> commands = linesOf(runTool({"help", "--commands"}).out);
+    ASSERT_GT(commands.size(), 20u);
+    for (std::string const& command : commands) {
+        std::string const usage = runTool({"help", command}).out;
+        std::vector<std::pair<std::string, bool>> const shown = optionsShownIn(usage.substr(0, usage.find('\n')));
+        std::vector<std::string> accepted = linesOf(runTool({"help", "--options", command}).out);
+        if (command != "help") {
+            ASSERT_FALSE(accepted.empty()) << command;
+            EXPECT_EQ(accepted.back(), "--help") << command;
+            accepted.pop_back();
+        }
+        std::vector<std::string> shownNames;
+        for (auto const& option : shown)
+            shownNames.push_back(option.first);
+        EXPECT_EQ(shownNames, accepted) << command;
+        if (command == "help")
+            continue;
+        // What the synopsis says of a value is what the parser does with one.
+        for (auto const& [name, takesValue] : shown) {
+            if (name.compare(0, 2, "--") != 0)
+                continue;
+            ToolRun const bare = runTool({command, name});
+            ToolRun const glued = runTool({command, name + "=1"});
+            if (takesValue) {
+                EXPECT_EQ(bare.err.substr(0, bare.err.find('\n')), "kelvo-fs " + command + ": option " + name + " needs a value");
+                EXPECT_EQ(glued.err.find("takes no value"), std::string::npos) << command << ' ' << name;
+            } else {
+                EXPECT_EQ(glued.err.substr(0, glued.err.find('\n')), "kelvo-fs " + command + ": option " + name + " takes no value");
+            }
+        }
+    }
+}
+
+TEST_F(ToolTest, OptionValuesAreTakenAsTheyAreWritten)
+{
+    // A value may look like an option, or be empty after "=".
+    EXPECT_EQ(runTool({"elide", "--width", "12", "--ellipsis", "--x=", "/aaa/bbb/ccc/ddd"}).out, "/aaa/--x=/ddd\n");
+    EXPECT_EQ(runTool({"elide", "--width", "12", "--ellipsis=", "/aaa/bbb/ccc/ddd"}).out, "/aaa//ddd\n");
+    EXPECT_EQ(runTool({"elide", "--width", "12", "--ellipsis=--", "/aaa/bbb/ccc/ddd"}).out, "/aaa/--/ddd\n");
+    // The last of an option given twice counts; flags together count one by one.
+    EXPECT_EQ(runTool({"elide", "--width=4", "--ellipsis", "+", "--width", "12", "--ellipsis=...", "/aaa/bbb/ccc/ddd"}).out,
+              "/aaa/.../ddd\n");
+    EXPECT_EQ(runTool({"ls", "-la", "-a", "--", "-"}).err, "kelvo-fs ls: cannot access '-': No such file or directory\n");
 }
 
 TEST_F(ToolTest, EverySubcommandHasHelp)

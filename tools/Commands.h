@@ -44,15 +44,28 @@ struct Invocation {
     std::string const* optionValue(char const* name) const;
 };
 
+/// One option a command accepts.
+struct OptionInfo {
+    /// Its name as given: "-l" (a single letter, never with a value) or
+    /// "--timeout".
+    char const* name;
+    /// The name of its value as the usage text shows it ("SECONDS"), or null
+    /// for an option without a value.
+    char const* value = nullptr;
+};
+
 /// One subcommand of the table in kelvo-fs.cpp, as help, completion and the
 /// option parser see it. The first line of `usage` is its synopsis
-/// ("Usage: kelvo-fs ls [-a] [-l] [-h] [--json] [PATH...]"): the options it
-/// shows are the options the command accepts ("[--timeout SECONDS]" takes a
-/// value); the second line is the one-line summary that `help` lists.
+/// ("Usage: kelvo-fs ls [-a] [-l] [-h] [--json] [PATH...]"), showing the
+/// options of `options` in their order; the second line is the one-line
+/// summary that `help` lists.
 struct CommandInfo {
     char const* name;
     char const* usage;
     int (*run)(Invocation const&);
+    /// The options the command accepts, besides --help (and -h for help when
+    /// it is not one of them).
+    std::vector<OptionInfo> options = {};
 };
 
 /// Runs the command line `argv` against `commands`, with `help [COMMAND]`
@@ -91,13 +104,6 @@ std::string escapeName(std::string const& bytes);
 
 /// @returns `bytes` shown as `escapeName` does, in single quotes, for messages.
 std::string quoteName(std::string const& bytes);
-
-/// @returns `text` as a JSON string (quotes, `\\`, `\"` and \u escapes) of
-/// `escapeName(text)`, so that JSON shows names exactly as the text does.
-std::string jsonName(std::string const& bytes);
-
-/// @returns `text` as a JSON string; `text` must be valid UTF-8.
-std::string jsonString(std::string const& text);
 
 /// @returns `bytes` in double quotes: printable ASCII as it is, `\` and `"`
 /// escaped with a backslash, every other byte as \xHH.

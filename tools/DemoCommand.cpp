@@ -11,9 +11,6 @@
 #include <mutex>
 #include <utility>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace kelvo::tool {
 
 using kelvo::filesystem::DirectoryEntry;
@@ -108,6 +105,15 @@ void showIteration()
     }
 }
 
+/// Makes a new private directory for the tour under $TMPDIR (or /tmp).
+/// @returns its path, or an empty path on failure.
+Path makeDemoDirectory()
+{
+    char const* base = std::getenv("TMPDIR");
+    return kelvo::filesystem::createUniqueDirectory(Path(base != nullptr && *base != '\0' ? base : "/tmp"),
+                                                    String("kelvo-fs-demo-"));
+}
+
 /// A private directory and what the tour makes in it, removed in reverse
 /// order of creation when the tour ends, also on an early return.
 class DemoArea {
@@ -120,12 +126,8 @@ public:
     /// Makes the directory under $TMPDIR (or /tmp). @returns false on failure.
     bool make()
     {
-        char const* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/kelvo-fs-demo-XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr)
-            return false;
-        directory = Path(pattern);
-        return true;
+        directory = makeDemoDirectory();
+        return !directory.empty();
     }
 
     /// Creates the file `name` holding `content`. @returns false on failure.
@@ -144,7 +146,7 @@ public:
     bool createDirectory(char const* name)
     {
         Path path = directory / Path(name);
-        if (::mkdir(path.nativeString().c_str(), 0777) != 0)
+        if (!kelvo::filesystem::createDirectoryValidated(path))
             return false;
         made.push_back(path);
         return true;
@@ -156,11 +158,11 @@ public:
     {
         bool removed = true;
         while (!made.empty()) {
-            removed = std::remove(made.back().nativeString().c_str()) == 0 && removed;
+            removed = kelvo::filesystem::remove(made.back()) && removed;
             made.pop_back();
         }
         if (!directory.empty()) {
-            removed = ::rmdir(directory.nativeString().c_str()) == 0 && removed;
+            removed = kelvo::filesystem::removeDir(directory) && removed;
             directory.clear();
         }
         return removed;
@@ -235,11 +237,9 @@ int showFileOperations(Invocation const& invocation)
 {
     namespace fs = kelvo::filesystem;
     printHeading("File operations");
-    char const* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/kelvo-fs-demo-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr)
+    Path const area = makeDemoDirectory();
+    if (area.empty())
         return failure(invocation, "cannot make a temporary directory");
-    Path const area(pattern);
     Path const tree = area / Path("tree");
     bool const made = fs::createDirectories(tree / Path("docs/old"));
     std::FILE* file = kelvo::filesystem::fopenWrapper(tree / Path("docs/notes.txt"), "w");

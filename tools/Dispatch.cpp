@@ -1,20 +1,16 @@
-// How kelvo-fs reads a command line: the options each command's synopsis shows, help from the command table, and the word lists behind shell completion.
+// How kelvo-fs reads a command line: each command's options from the command table, help from its usage texts, and the word lists behind shell completion.
 #include "Commands.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
-#include <cctype>
-#include <cstring>
+#include <cstddef>
 #include <iostream>
+#include <utility>
 
 namespace kelvo::tool {
 
 namespace {
-
-/// One option a command accepts, as its synopsis shows it.
-struct OptionSpec {
-    std::string name;   ///< "-l" or "--timeout"
-    bool takesValue;    ///< "[--timeout SECONDS]": the next word is its value
-};
 
 std::string synopsisOf(char const* usage)
 {
@@ -32,54 +28,158 @@ std::string summaryOf(char const* usage)
     return text.substr(start + 1, end == std::string::npos ? std::string::npos : end - start - 1);
 }
 
-bool isValueWord(std::string const& word)
+OptionInfo const* findOption(std::vector<OptionInfo> const& options, std::string const& name)
 {
-    return !word.empty() && std::all_of(word.begin(), word.end(), [](char c) {
-        return std::isupper(static_cast<unsigned char>(c)) || c == '_';
-    });
-}
-
-/// Reads the options out of a synopsis: every word that starts with "-"
-/// (other than "--"); an option followed by an upper-case word inside the
-/// same brackets takes a value.
-std::vector<OptionSpec> optionsOf(char const* usage)
-{
-    std::vector<std::string> words;
-    std::string synopsis = synopsisOf(usage);
-    for (std::size_t i = 0; i < synopsis.size();) {
-        std::size_t end = synopsis.find(' ', i);
-        if (end == std::string::npos)
-            end = synopsis.size();
-        if (end > i)
-            words.push_back(synopsis.substr(i, end - i));
-        i = end + 1;
-    }
-    std::vector<OptionSpec> options;
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        std::string word = words[i];
-        bool closes = word.find(']') != std::string::npos;
-        word.erase(std::remove_if(word.begin(), word.end(), [](char c) { return c == '[' || c == ']'; }), word.end());
-        if (word.size() < 2 || word[0] != '-' || word == "--" || word.find("...") != std::string::npos)
-            continue;
-        bool takesValue = false;
-        if (!closes && i + 1 < words.size()) {
-            std::string next = words[i + 1];
-            next.erase(std::remove_if(next.begin(), next.end(), [](char c) { return c == '[' || c == ']'; }),
-                       next.end());
-            takesValue = isValueWord(next);
-        }
-        options.push_back({word, takesValue});
-    }
-    return options;
-}
-
-OptionSpec const* findOption(std::vector<OptionSpec> const& options, std::string const& name)
-{
-    for (OptionSpec const& option : options) {
-        if (option.name == name)
+    for (OptionInfo const& option : options) {
+        if (name == option.name)
             return &option;
     }
     return nullptr;
+}
+
+/// How a command line may spell its options.
+struct Spelling {
+    /// Single letters go together ("-la"), a long option's value may follow
+    /// "=" ("--timeout=5"), and "-" alone is an operand.
+    bool compound;
+    /// A "--" ends the options; the words after it are taken as they are.
+    bool separator;
+};
+
+/// Commands: every spelling the tool accepts.
+constexpr Spelling kCommandSpelling{true, true};
+/// help: each option as a whole word, and no "--".
+constexpr Spelling kHelpSpelling{false, false};
+
+/// What the first look at a command line found.
+struct Check {
+    enum class Outcome { parse, help, bad } outcome = Outcome::parse;
+    /// For `bad`: the message, in the tool's words.
+    std::string message;
+    /// The position of the "--" that ends the options, or the number of words.
+    std::size_t separator = 0;
+    /// The positions of the options given an empty value after "=" ("--ellipsis=").
+    std::vector<std::size_t> emptyValues;
+};
+
+/// Reads `words` in order, as the tool always has, for what the parser below
+/// is not asked to judge: a request for help (answered even when a later word
+/// is wrong, and not when an earlier one is), an empty argument, an option
+/// the command does not have, a value given to an option that takes none
+/// ("--json=1", which the parser would read as "--json"), an option whose
+/// value is missing. The first of them decides, in the tool's own words. Only
+/// a command line that passes is parsed.
+Check check(std::vector<std::string> const& words, std::vector<OptionInfo> const& options, Spelling spelling)
+{
+    Check result;
+    result.separator = words.size();
+    // "-h" asks for help unless the command gives it another meaning.
+    bool const shortHelp = findOption(options, "-h") == nullptr;
+    auto bad = [&result](std::string message) {
+        result.outcome = Check::Outcome::bad;
+        result.message = std::move(message);
+        return result;
+    };
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        std::string const& word = words[i];
+        if (spelling.separator && word == "--") {
+            result.separator = i;
+            break;
+        }
+        if (word == "--help" || (shortHelp && word == "-h")) {
+            result.outcome = Check::Outcome::help;
+            return result;
+        }
+        if (word.empty())
+            return bad("an empty argument names nothing");
+        if (!spelling.compound) {
+            if (word[0] == '-' && findOption(options, word) == nullptr)
+                return bad("unknown option " + word);
+            continue;
+        }
+        if (word[0] != '-' || word.size() == 1)
+            continue;
+        if (word.compare(0, 2, "--") == 0) {
+            std::size_t const equals = word.find('=');
+            std::string const name = word.substr(0, equals);
+            OptionInfo const* option = findOption(options, name);
+            if (option == nullptr)
+                return bad("unknown option " + name);
+            if (option->value == nullptr && equals != std::string::npos)
+                return bad("option " + name + " takes no value");
+            if (option->value != nullptr && equals == std::string::npos) {
+                if (i + 1 == words.size())
+                    return bad("option " + name + " needs a value");
+                ++i;
+            } else if (option->value != nullptr && equals + 1 == word.size()) {
+                result.emptyValues.push_back(i);
+            }
+            continue;
+        }
+        // One or more single letters together ("-la"), none with a value.
+        for (std::size_t k = 1; k < word.size(); ++k) {
+            std::string const name = std::string("-") + word[k];
+            OptionInfo const* option = findOption(options, name);
+            if (option == nullptr || option->value != nullptr)
+                return bad("unknown option " + (word.size() == 2 ? word : name + " in " + word));
+        }
+    }
+    return result;
+}
+
+/// A command line as the parser read it.
+struct Parsed {
+    std::vector<std::string> operands;
+    /// The options given, with their values ("" for one without a value).
+    std::vector<std::pair<std::string, std::string>> options;
+};
+
+/// Parses the words before the separator with the command's options. The
+/// words have passed `check`, which found the options given an empty value at
+/// `emptyValues`, so a refusal here is an error of the tool itself; it is
+/// told with the parser's own message.
+/// @returns false, with `error` set, on a refusal.
+bool parse(std::vector<std::string> const& words, std::vector<std::size_t> const& emptyValues,
+           std::vector<OptionInfo> const& options, Parsed& parsed, std::string& error)
+{
+    CLI::App app;
+    // Help was answered by the check, and nothing else is wanted of the
+    // parser: no help option, no extra words, no configuration file.
+    app.set_help_flag();
+    app.allow_extras(false);
+    app.add_option("operands", parsed.operands);
+    std::vector<std::pair<OptionInfo, CLI::Option*>> registered;
+    for (OptionInfo const& option : options) {
+        CLI::Option* added = option.value == nullptr
+            ? app.add_flag(option.name)
+            // As on most command lines, the last value given counts.
+            : app.add_option(option.name)->type_size(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+        registered.emplace_back(option, added);
+    }
+    // The parser takes its words last first. An empty value after "=" is
+    // handed over as a word of its own, which the parser keeps; glued to the
+    // name, it would take the next word instead.
+    std::vector<std::string> reversed;
+    for (std::size_t i = words.size(); i-- > 0;) {
+        if (std::find(emptyValues.begin(), emptyValues.end(), i) != emptyValues.end()) {
+            reversed.emplace_back();
+            reversed.push_back(words[i].substr(0, words[i].size() - 1));
+        } else {
+            reversed.push_back(words[i]);
+        }
+    }
+    try {
+        app.parse(reversed);
+    } catch (CLI::ParseError const& refusal) {
+        error = refusal.what();
+        return false;
+    }
+    for (auto const& [option, added] : registered) {
+        if (added->count() == 0)
+            continue;
+        parsed.options.emplace_back(option.name, option.value == nullptr ? std::string() : added->results().back());
+    }
+    return true;
 }
 
 /// Splits the arguments of `command`, runs it and returns its exit status.
@@ -88,54 +188,26 @@ int dispatch(CommandInfo const& command, int argc, char** argv)
     Invocation invocation;
     invocation.name = command.name;
     invocation.usage = command.usage;
-    std::vector<OptionSpec> const accepted = optionsOf(command.usage);
-    // "-h" asks for help unless the command gives it another meaning.
-    bool const shortHelp = findOption(accepted, "-h") == nullptr;
-    for (int i = 0; i < argc; ++i) {
-        std::string argument = argv[i];
-        if (argument == "--") {
-            invocation.sawSeparator = true;
-            invocation.afterSeparator.assign(argv + i + 1, argv + argc);
-            break;
-        }
-        if (argument == "--help" || (shortHelp && argument == "-h")) {
-            std::cout << command.usage;
-            return kExitSuccess;
-        }
-        if (argument.empty())
-            return badUsage(invocation, "an empty argument names nothing");
-        if (argument[0] != '-' || argument.size() == 1) {
-            invocation.operands.push_back(argument);
-            continue;
-        }
-        if (argument.compare(0, 2, "--") == 0) {
-            std::size_t equals = argument.find('=');
-            std::string name = argument.substr(0, equals);
-            OptionSpec const* option = findOption(accepted, name);
-            if (option == nullptr)
-                return badUsage(invocation, "unknown option " + name);
-            if (!option->takesValue) {
-                if (equals != std::string::npos)
-                    return badUsage(invocation, "option " + name + " takes no value");
-                invocation.options.emplace_back(name, "");
-            } else if (equals != std::string::npos) {
-                invocation.options.emplace_back(name, argument.substr(equals + 1));
-            } else if (i + 1 < argc) {
-                invocation.options.emplace_back(name, argv[++i]);
-            } else {
-                return badUsage(invocation, "option " + name + " needs a value");
-            }
-            continue;
-        }
-        // One or more single-letter options together ("-la").
-        for (std::size_t k = 1; k < argument.size(); ++k) {
-            std::string name = std::string("-") + argument[k];
-            OptionSpec const* option = findOption(accepted, name);
-            if (option == nullptr || option->takesValue)
-                return badUsage(invocation, "unknown option " + (argument.size() == 2 ? argument : name + " in " + argument));
-            invocation.options.emplace_back(name, "");
-        }
+    std::vector<std::string> const words(argv, argv + argc);
+    Check const checked = check(words, command.options, kCommandSpelling);
+    if (checked.outcome == Check::Outcome::help) {
+        std::cout << command.usage;
+        return kExitSuccess;
     }
+    if (checked.outcome == Check::Outcome::bad)
+        return badUsage(invocation, checked.message);
+    if (checked.separator < words.size()) {
+        invocation.sawSeparator = true;
+        invocation.afterSeparator.assign(words.begin() + static_cast<std::ptrdiff_t>(checked.separator) + 1,
+                                         words.end());
+    }
+    Parsed parsed;
+    std::string error;
+    if (!parse(std::vector<std::string>(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(checked.separator)),
+               checked.emptyValues, command.options, parsed, error))
+        return badUsage(invocation, error);
+    invocation.operands = std::move(parsed.operands);
+    invocation.options = std::move(parsed.options);
     return command.run(invocation);
 }
 
@@ -177,24 +249,23 @@ int runHelp(std::vector<CommandInfo> const& commands, char const* toolUsage, int
     Invocation invocation;
     invocation.name = "help";
     invocation.usage = kHelpUsage;
-    bool listCommands = false;
-    bool listOptions = false;
-    std::vector<std::string> names;
-    for (int i = 0; i < argc; ++i) {
-        std::string argument = argv[i];
-        if (argument == "--commands")
-            listCommands = true;
-        else if (argument == "--options")
-            listOptions = true;
-        else if (argument == "--help" || argument == "-h") {
-            std::cout << kHelpUsage;
-            return kExitSuccess;
-        } else if (argument.empty() || argument[0] == '-')
-            return badUsage(invocation, argument.empty() ? std::string("an empty argument names nothing")
-                                                         : "unknown option " + argument);
-        else
-            names.push_back(argument);
+    static std::vector<OptionInfo> const kHelpOptions = {{"--commands"}, {"--options"}};
+    std::vector<std::string> const words(argv, argv + argc);
+    Check const checked = check(words, kHelpOptions, kHelpSpelling);
+    if (checked.outcome == Check::Outcome::help) {
+        std::cout << kHelpUsage;
+        return kExitSuccess;
     }
+    if (checked.outcome == Check::Outcome::bad)
+        return badUsage(invocation, checked.message);
+    Parsed parsed;
+    std::string error;
+    if (!parse(words, checked.emptyValues, kHelpOptions, parsed, error))
+        return badUsage(invocation, error);
+    invocation.options = std::move(parsed.options);
+    bool const listCommands = invocation.hasOption("--commands");
+    bool const listOptions = invocation.hasOption("--options");
+    std::vector<std::string> const& names = parsed.operands;
     if (names.size() > 1 || (listCommands && (listOptions || !names.empty())) || (listOptions && names.empty()))
         return badUsage(invocation, "expects at most one COMMAND (and one with --options)");
     if (listCommands) {
@@ -208,16 +279,18 @@ int runHelp(std::vector<CommandInfo> const& commands, char const* toolUsage, int
         return kExitSuccess;
     }
     if (names[0] == "help") {
-        if (listOptions)
-            std::cout << "--commands\n--options\n";
-        else
+        if (listOptions) {
+            for (OptionInfo const& option : kHelpOptions)
+                std::cout << option.name << '\n';
+        } else {
             std::cout << kHelpUsage;
+        }
         return kExitSuccess;
     }
     for (CommandInfo const& command : commands) {
         if (names[0] == command.name) {
             if (listOptions) {
-                for (OptionSpec const& option : optionsOf(command.usage))
+                for (OptionInfo const& option : command.options)
                     std::cout << option.name << '\n';
                 std::cout << "--help\n";
             } else {

@@ -1,5 +1,6 @@
 // How kelvo-fs writes paths, bytes, file types, permissions and times.
 #include "Commands.h"
+#include "Json.h"
 
 #include <cstdio>
 #include <cstring>
@@ -118,29 +119,25 @@ std::string quoteName(std::string const& bytes)
     return "'" + escapeName(bytes) + "'";
 }
 
-std::string jsonString(std::string const& text)
+nlohmann::ordered_json jsonName(std::string const& bytes)
 {
-    std::string out = "\"";
-    for (char c : text) {
-        unsigned int byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (byte < 0x20 || byte == 0x7F) {
-            char buffer[8];
-            std::snprintf(buffer, sizeof buffer, "\\u%04X", byte);
-            out += buffer;
-        } else {
-            out += c;
-        }
-    }
-    out += '"';
-    return out;
+    return escapeName(bytes);
 }
 
-std::string jsonName(std::string const& bytes)
+void printJsonLine(std::ostream& out, nlohmann::ordered_json const& object)
 {
-    return jsonString(escapeName(bytes));
+    // Every value is written by the JSON library; only the spacing between
+    // members, which it does not offer on one line, is the tool's own.
+    auto const write = [](nlohmann::ordered_json const& value) {
+        return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    };
+    out << '{';
+    bool first = true;
+    for (auto const& [key, value] : object.items()) {
+        out << (first ? "" : ", ") << write(key) << ": " << write(value);
+        first = false;
+    }
+    out << "}\n";
 }
 
 std::string quoteBytes(std::string const& bytes)

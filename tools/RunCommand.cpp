@@ -6,7 +6,6 @@
 #include <cstring>
 #include <iostream>
 
-#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,8 +33,7 @@ bool commandExistsInPath(std::string const& name)
             end = directories.size();
         std::string directory = directories.substr(start, end - start);
         std::string candidate = (directory.empty() ? std::string(".") : directory) + "/" + name;
-        struct stat st;
-        if (::stat(candidate.c_str(), &st) == 0)
+        if (kelvo::filesystem::exists(kelvo::filesystem::Path(candidate)))
             return true;
         start = end + 1;
     }

@@ -1,13 +1,11 @@
 // kelvo-fs stat, ls and cwd: what lies at a path, what a directory holds, where the process stands.
 #include "Commands.h"
+#include "Json.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <optional>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace kelvo::tool {
 
@@ -32,9 +30,11 @@ void printStatField(std::string const& label, std::string const& value)
     std::cout << labelText << value << '\n';
 }
 
-std::string jsonOrNull(bool known, std::string const& json)
+/// @returns `value` when it is known, else JSON's null.
+template <typename Value>
+nlohmann::ordered_json orNull(bool known, Value const& value)
 {
-    return known ? json : "null";
+    return known ? nlohmann::ordered_json(value) : nlohmann::ordered_json();
 }
 
 // ---- ls -------------------------------------------------------------------------
@@ -51,25 +51,20 @@ struct Row {
     std::optional<FileTime> modified;
 };
 
-/// What the system says of a symbolic link itself, which the library does
-/// not tell (its status follows links, and its link status cannot tell a link
-/// from a regular file): whether `native` is a link, and its own size, time
-/// and contents.
-bool describeLink(std::string const& native, Row& row)
+/// What a symbolic link is in itself, which the status does not tell (it
+/// follows links, and the link status cannot tell a link from a regular
+/// file): whether `path` is a link, and its own size, time and contents.
+bool describeLink(Path const& path, Row& row)
 {
-    struct stat st;
-    if (::lstat(native.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+    fs::SymbolicLinkInformation link;
+    if (!fs::readSymbolicLinkInformation(path, link))
         return false;
     row.isLink = true;
     row.type = FileType::symbolicLink;
-    row.permissions = static_cast<Permissions>(st.st_mode & 0777);
-    row.size = static_cast<std::int64_t>(st.st_size);
-    row.modified = FileTime(std::chrono::microseconds(static_cast<long long>(st.st_mtim.tv_sec) * 1000000
-                                                      + st.st_mtim.tv_nsec / 1000));
-    std::string buffer(static_cast<std::size_t>(st.st_size > 0 ? st.st_size : 0) + 256, '\0');
-    ssize_t got = ::readlink(native.c_str(), buffer.data(), buffer.size());
-    if (got >= 0)
-        row.target = buffer.substr(0, static_cast<std::size_t>(got));
+    row.permissions = link.permissions;
+    row.size = link.size;
+    row.modified = link.modificationTime;
+    row.target = link.target.nativeString();
     return true;
 }
 
@@ -80,7 +75,7 @@ Row makeRow(std::string name, Path const& path, fs::FileStatus status, bool mayB
     Row row;
     row.name = std::move(name);
     row.path = path.nativeString();
-    if (mayBeLink && describeLink(row.path, row))
+    if (mayBeLink && describeLink(path, row))
         return row;
     row.type = status.getType();
     row.permissions = status.getPermissions();
@@ -136,16 +131,16 @@ void printRows(std::vector<Row> const& rows, ListOptions const& options)
 {
     if (options.json) {
         for (Row const& row : rows) {
-            std::cout << "{\"name\": " << jsonName(row.name) << ", \"path\": " << jsonName(row.path)
-                      << ", \"type\": " << jsonString(typeName(row.type))
-                      << ", \"target\": " << jsonOrNull(row.isLink, jsonName(row.target))
-                      << ", \"permissions\": "
-                      << jsonOrNull(row.permissions != Permissions::unknownPermissions,
-                                    jsonString(permissionsText(row.permissions)))
-                      << ", \"size\": " << jsonOrNull(row.size >= 0, std::to_string(row.size))
-                      << ", \"modified\": " << jsonOrNull(row.modified.has_value(),
-                                                          row.modified ? jsonString(timeText(*row.modified)) : "")
-                      << "}\n";
+            nlohmann::ordered_json line;
+            line["name"] = jsonName(row.name);
+            line["path"] = jsonName(row.path);
+            line["type"] = typeName(row.type);
+            line["target"] = row.isLink ? jsonName(row.target) : nlohmann::ordered_json();
+            line["permissions"] = orNull(row.permissions != Permissions::unknownPermissions,
+                                         permissionsText(row.permissions));
+            line["size"] = orNull(row.size >= 0, row.size);
+            line["modified"] = row.modified ? nlohmann::ordered_json(timeText(*row.modified)) : nlohmann::ordered_json();
+            printJsonLine(std::cout, line);
         }
         return;
     }
@@ -242,15 +237,16 @@ int runStat(Invocation const& invocation)
         FileTime const modified = fs::getModificationTime(path);
         bool const knownPermissions = followed.getPermissions() != Permissions::unknownPermissions;
         if (json) {
-            std::cout << "{\"path\": " << jsonName(text) << ", \"exists\": " << boolText(found)
-                      << ", \"status\": " << jsonString(typeName(followed.getType()))
-                      << ", \"symbolicLinkStatus\": " << jsonString(typeName(itself.getType()))
-                      << ", \"permissions\": "
-                      << jsonOrNull(knownPermissions, jsonString(permissionsText(followed.getPermissions())))
-                      << ", \"size\": " << jsonOrNull(found, std::to_string(size))
-                      << ", \"modified\": " << jsonOrNull(found, jsonString(timeText(modified)))
-                      << ", \"error\": " << jsonOrNull(!found, jsonString(reasonText(error, "does not exist")))
-                      << "}\n";
+            nlohmann::ordered_json line;
+            line["path"] = jsonName(text);
+            line["exists"] = found;
+            line["status"] = typeName(followed.getType());
+            line["symbolicLinkStatus"] = typeName(itself.getType());
+            line["permissions"] = orNull(knownPermissions, permissionsText(followed.getPermissions()));
+            line["size"] = orNull(found, size);
+            line["modified"] = orNull(found, timeText(modified));
+            line["error"] = orNull(!found, reasonText(error, "does not exist"));
+            printJsonLine(std::cout, line);
         } else {
             if (!first)
                 std::cout << '\n';
@@ -295,7 +291,7 @@ int runList(Invocation const& invocation)
         if (status.getType() == FileType::none) {
             // A dangling link is still there to be shown.
             Row row;
-            if (!describeLink(path.nativeString(), row)) {
+            if (!describeLink(path, row)) {
                 result = failure(invocation, "cannot access " + quoteName(text) + ": " + reasonText(error));
                 continue;
             }

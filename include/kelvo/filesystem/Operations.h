@@ -311,6 +311,48 @@ KELVO_FILESYSTEM_API Path getCurrentDirectory();
 /// @returns false when `path` does not exist or cannot be entered.
 KELVO_FILESYSTEM_API bool setCurrentDirectory(Path const& path);
 
+// ---- Symbolic links and unique directories ---------------------------------
+
+/// A symbolic link as it is in itself, not the object it names.
+struct SymbolicLinkInformation {
+    /// The bytes the link holds, as a path whose native form is exactly them.
+    Path target;
+    /// The link's own size in bytes, as the system reports it (on most file
+    /// systems the length of the target).
+    std::int64_t size = -1;
+    /// The link's own access bits.
+    Permissions permissions = Permissions::unknownPermissions;
+    /// When the link itself was made or last changed.
+    FileTime modificationTime;
+};
+
+/// Reads what the symbolic link `path` holds, without following it: the
+/// target as it was written when the link was made, relative or absolute,
+/// however long.
+/// @returns the target as a path whose native form is exactly the bytes the
+/// link holds; an empty path when `path` is not a symbolic link, is missing or
+/// cannot be reached, or when its native form holds a NUL byte.
+KELVO_FILESYSTEM_API Path readSymbolicLink(Path const& path);
+
+/// Reads the symbolic link `path` itself, without following it: its target
+/// as `readSymbolicLink` reads it, its own size, access bits and time.
+/// @returns true and fills `information` when `path` is a symbolic link;
+/// false, leaving `information` as it was, when it is anything else, is
+/// missing or cannot be reached, or when its native form holds a NUL byte.
+KELVO_FILESYSTEM_API bool readSymbolicLinkInformation(Path const& path, SymbolicLinkInformation& information);
+
+/// Makes a new directory in `base` named `prefix` followed by a random
+/// decimal number, readable, writable and searchable by its owner alone (mode
+/// 0700 less the umask). Each name is tried with one `mkdir`, which fails on
+/// anything already there, so the directory returned is always a new one, even
+/// with other processes making names alike at the same moment; a taken name
+/// is followed by a fresh draw, up to 10000 of them.
+/// @returns the path of the new directory (`base / (prefix + number)`) on
+/// success; an empty path when the directory cannot be made (`base` missing,
+/// not a directory or not writable, `prefix` naming a missing subdirectory, a
+/// NUL byte in the name, or every name drawn taken).
+KELVO_FILESYSTEM_API Path createUniqueDirectory(Path const& base, kelvo::unicode::String const& prefix);
+
 } // namespace kelvo::filesystem
 
 #endif

@@ -189,4 +189,16 @@ bool changeWorkingDirectory(char const* path) noexcept
     return ::chdir(path) == 0;
 }
 
+std::int64_t readLinkContents(char const* path, char* buffer, std::size_t size) noexcept
+{
+    return static_cast<std::int64_t>(::readlink(path, buffer, size));
+}
+
+MakeDirectoryResult makeDirectory(char const* path, std::uint32_t mode) noexcept
+{
+    if (::mkdir(path, static_cast<mode_t>(mode)) == 0)
+        return MakeDirectoryResult::made;
+    return errno == EEXIST ? MakeDirectoryResult::alreadyExists : MakeDirectoryResult::failed;
+}
+
 } // namespace kelvo::filesystem::posix

@@ -163,6 +163,23 @@ WorkingDirectoryResult getWorkingDirectory(char* buffer, std::size_t size) noexc
 /// @returns true on success, false on failure.
 bool changeWorkingDirectory(char const* path) noexcept;
 
+/// Reads the bytes the symbolic link `path` holds with `readlink` into
+/// `buffer` of `size` bytes (no NUL is added).
+/// @returns how many bytes were read, `size` when they may not all have fit;
+/// -1 on failure (not a link, missing, no search permission on the way).
+std::int64_t readLinkContents(char const* path, char* buffer, std::size_t size) noexcept;
+
+/// What `makeDirectory` made of one `mkdir`.
+enum class MakeDirectoryResult {
+    made,          ///< the directory is new
+    alreadyExists, ///< something, a dangling link included, has the name (`EEXIST`)
+    failed,        ///< any other failure: a missing parent, no permission, a name too long
+};
+
+/// Makes the directory `path` with one `mkdir` and the access bits `mode`
+/// (less the umask).
+MakeDirectoryResult makeDirectory(char const* path, std::uint32_t mode) noexcept;
+
 } // namespace kelvo::filesystem::posix
 
 #endif
