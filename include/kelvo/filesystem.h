@@ -7,6 +7,7 @@
 #include <kelvo/text/Unicode.h>
 
 #include <kelvo/filesystem/DirectoryIterator.h>
+#include <kelvo/filesystem/Failure.h>
 #include <kelvo/filesystem/FileLock.h>
 #include <kelvo/filesystem/FileMutex.h>
 #include <kelvo/filesystem/FileStatus.h>

@@ -1,0 +1,26 @@
+// The per-thread failure record written by the system-call wrappers and by the tree walks that know the full path of the entry a call failed on.
+#ifndef KELVO_SRC_FILESYSTEM_POSIX_FAILURE_RECORD_H
+#define KELVO_SRC_FILESYSTEM_POSIX_FAILURE_RECORD_H
+
+#include <string_view>
+
+namespace kelvo::filesystem::posix {
+
+/// Records on the calling thread that the system call `call` (a string
+/// literal) failed with the `errno` value `error` on `path` (native bytes;
+/// may be null or empty when the call names no path). Never throws: when the
+/// path cannot be stored, the record keeps the call and the reason with an
+/// empty path. errno is left as it was.
+void recordFailure(char const* call, int error, std::string_view path) noexcept;
+
+/// Replaces the path of the calling thread's last record with `path`, for a
+/// caller that made the call relative to a directory it knows the path of.
+/// Does nothing when no failure is recorded.
+void setFailurePath(std::string_view path) noexcept;
+
+/// @returns the `errno` value of the calling thread's last record, 0 when none.
+int lastFailureError() noexcept;
+
+} // namespace kelvo::filesystem::posix
+
+#endif
