@@ -1,6 +1,7 @@
-// Glob pattern matching: the pattern rewritten to an ECMAScript expression, with a per-thread cache of compiled expressions and a direct matcher for plain wildcard patterns that gives the same answers.
+// Glob matching: the pattern rewritten to an ECMAScript expression, with a per-thread cache of compiled patterns, a direct matcher for plain wildcard patterns and an automaton for the other expressions, all giving the engine's answers.
 #include <kelvo/filesystem/Operations.h>
 
+#include "GlobAutomaton.h"
 #include "PathInternal.h"
 
 #include <algorithm>
@@ -38,13 +39,22 @@ String expressionFor(String const& pattern)
     return expression;
 }
 
-/// @returns whether the whole of `path` matches `expression`; a failure of
-/// the engine while matching (its complexity or stack limit) answers false.
-bool matchesExpression(Path const& path, std::wregex const& expression)
+// Names longer than this are not handed to the expression engine: it
+// matches by recursion, several frames a character, and would exhaust the
+// stack of a thread of half a megabyte at a few thousand characters. Only
+// expressions the automaton does not take come here (back-references,
+// look-aheads, deep nesting, very long counts).
+constexpr std::size_t kLongestEngineText = 256;
+
+/// @returns whether the whole of `text` matches `expression`; a failure of
+/// the engine while matching (its complexity or stack limit), or a text too
+/// long to hand to it, answers false.
+bool matchesExpression(String const& text, std::wregex const& expression)
 {
+    if (text.size() > kLongestEngineText)
+        return false;
     try {
-        std::wstring const text = PathNativeAccess::text(path).toWString();
-        return std::regex_match(text, expression);
+        return std::regex_match(text.toWString(), expression);
     } catch (std::regex_error const&) {
         return false;
     }
@@ -166,11 +176,13 @@ bool matchesDirectly(String const& pattern, String const& text) noexcept
 
 // ---- The per-thread cache ------------------------------------------------------
 
-/// What a pattern became under one locale: a direct pattern, a compiled
-/// expression, or the error its expression raised, thrown again on each use.
+/// What a pattern became under one locale: a direct pattern, an automaton,
+/// a compiled expression the automaton does not take, or the error its
+/// expression raised, thrown again on each use.
 struct CompiledPattern {
     String pattern;
     std::locale locale;
+    std::unique_ptr<detail::GlobAutomaton> automaton;
     std::unique_ptr<std::wregex> expression;
     std::unique_ptr<std::regex_error> error;
     bool direct = false;
@@ -186,12 +198,18 @@ CompiledPattern compile(String const& pattern, std::locale const& locale)
         return compiled;
     }
     // The expression takes the global locale, which is `locale`: the caller
-    // read it just now, on this thread.
+    // read it just now, on this thread. The engine compiles it in any case,
+    // as the judge of what is valid and of the error raised.
+    std::wstring const expression = expressionFor(pattern).toWString();
     try {
-        compiled.expression = std::make_unique<std::wregex>(expressionFor(pattern).toWString());
+        compiled.expression = std::make_unique<std::wregex>(expression);
     } catch (std::regex_error const& error) {
         compiled.error = std::make_unique<std::regex_error>(error);
+        return compiled;
     }
+    compiled.automaton = detail::GlobAutomaton::build(expression, locale);
+    if (compiled.automaton)
+        compiled.expression.reset();
     return compiled;
 }
 
@@ -201,7 +219,10 @@ bool matchesCompiled(Path const& path, CompiledPattern const& compiled)
         return matchesDirectly(compiled.pattern, PathNativeAccess::text(path));
     if (compiled.error)
         throw std::regex_error(*compiled.error);
-    return matchesExpression(path, *compiled.expression);
+    String const& text = PathNativeAccess::text(path);
+    if (compiled.automaton)
+        return compiled.automaton->matches(text.data(), text.size());
+    return matchesExpression(text, *compiled.expression);
 }
 
 constexpr std::size_t kCachedPatterns = 8;
