@@ -557,7 +557,6 @@ private:
             }
             link(result, after);
             result.end = after;
-            result.last = static_cast<std::int32_t>(automaton.states.size() - 1);
         }
         result.last = static_cast<std::int32_t>(automaton.states.size() - 1);
         piece = result;
