@@ -166,7 +166,6 @@ private:
             token = Token::groupEnd;
         } else if (c == L'[') {
             mode = Mode::bracket;
-            atBracketStart = true;
             if (position != end && *position == L'^') {
                 token = Token::negatedBracketBegin;
                 ++position;
@@ -225,7 +224,6 @@ private:
         } else {
             ordinary(c);
         }
-        atBracketStart = false;
     }
 
     void scanInBrace()
@@ -753,13 +751,20 @@ private:
     wchar_t const* position;
     wchar_t const* const end;
     Mode mode = Mode::normal;
-    bool atBracketStart = false;
     Token token = Token::endOfExpression;
     std::wstring value; ///< what the current token carries
     std::wstring matched; ///< what the token last matched carried
 };
 
 // ---- The automaton -------------------------------------------------------------------
+
+namespace {
+
+// Live sets kept per automaton: enough for the patterns of file names,
+// about 70 KiB at most; past it the cache starts again.
+constexpr std::size_t kMostLiveSets = 128;
+
+} // namespace
 
 GlobAutomaton::~GlobAutomaton() = default;
 
@@ -773,7 +778,49 @@ std::unique_ptr<GlobAutomaton> GlobAutomaton::build(std::wstring const& expressi
     if (!reader.read())
         return nullptr;
     automaton->marks.assign(automaton->states.size(), 0);
+    if (!automaton->precomputeClosures()) {
+        automaton->closures.clear();
+        automaton->closureStates.clear();
+    }
     return automaton;
+}
+
+bool GlobAutomaton::precomputeClosures()
+{
+    for (State const& state : states) {
+        if (state.kind == Kind::textBegin || state.kind == Kind::textEnd || state.kind == Kind::wordBoundary
+            || state.kind == Kind::notWordBoundary)
+            return false;
+    }
+    // A few entries a state on average; beyond that the closures are worked
+    // out as the text is read.
+    std::size_t const mostEntries = 8 * states.size() + 1024;
+    closures.assign(states.size(), Closure());
+    std::vector<bool> done(states.size(), false);
+    auto const workOut = [&](std::int32_t from) {
+        std::size_t const index = static_cast<std::size_t>(from);
+        if (done[index])
+            return true;
+        done[index] = true;
+        Closure& closure = closures[index];
+        closure.begin = static_cast<std::uint32_t>(closureStates.size());
+        ++generation;
+        // Without assertions the text is never looked at.
+        addReachable(from, nullptr, 0, 0, closureStates, closure.accepts);
+        closure.end = static_cast<std::uint32_t>(closureStates.size());
+        return closureStates.size() <= mostEntries;
+    };
+    if (!workOut(start))
+        return false;
+    for (State const& state : states) {
+        // The piece a count copies is kept but never entered; its states
+        // lead nowhere.
+        bool const consuming =
+            state.kind == Kind::character || state.kind == Kind::anyCharacter || state.kind == Kind::set;
+        if (consuming && state.next >= 0 && !workOut(state.next))
+            return false;
+    }
+    return true;
 }
 
 bool GlobAutomaton::setMatches(CharacterSet const& set, wchar_t c) const
@@ -832,6 +879,9 @@ void GlobAutomaton::addReachable(std::int32_t from, char32_t const* text, std::s
     while (!pending.empty()) {
         std::int32_t const index = pending.back();
         pending.pop_back();
+        // Only the copied piece a count keeps unused has an unset end.
+        if (index < 0)
+            continue;
         std::size_t& mark = marks[static_cast<std::size_t>(index)];
         if (mark == generation)
             continue;
@@ -874,6 +924,94 @@ void GlobAutomaton::addReachable(std::int32_t from, char32_t const* text, std::s
 }
 
 bool GlobAutomaton::matches(char32_t const* text, std::size_t length) const
+{
+    return closures.empty() ? matchesStepByStep(text, length) : matchesWithClosures(text, length);
+}
+
+std::int32_t GlobAutomaton::liveSetFor(std::vector<std::int32_t> const& key) const
+{
+    auto const found = liveSetIndex.find(key);
+    if (found != liveSetIndex.end())
+        return found->second;
+    if (liveSets.size() == kMostLiveSets) {
+        liveSets.clear();
+        liveSetIndex.clear();
+        return -1;
+    }
+    LiveSet set;
+    set.key = key;
+    set.accepts = !key.empty() && key.back() < 0;
+    set.following.fill(-1);
+    liveSets.push_back(std::move(set));
+    std::int32_t const index = static_cast<std::int32_t>(liveSets.size() - 1);
+    liveSetIndex.emplace(key, index);
+    return index;
+}
+
+void GlobAutomaton::stepKey(LiveSet const& from, wchar_t c, std::vector<std::int32_t>& key) const
+{
+    key.clear();
+    ++generation;
+    bool accepts = false;
+    for (std::int32_t index : from.key) {
+        if (index < 0)
+            break;
+        State const& state = states[static_cast<std::size_t>(index)];
+        if (!consumes(state, c))
+            continue;
+        Closure const& closure = closures[static_cast<std::size_t>(state.next)];
+        accepts = accepts || closure.accepts;
+        for (std::uint32_t i = closure.begin; i < closure.end; ++i) {
+            std::int32_t const reached = closureStates[i];
+            std::size_t& mark = marks[static_cast<std::size_t>(reached)];
+            if (mark != generation) {
+                mark = generation;
+                key.push_back(reached);
+            }
+        }
+    }
+    std::sort(key.begin(), key.end());
+    if (accepts)
+        key.push_back(-1);
+}
+
+bool GlobAutomaton::matchesWithClosures(char32_t const* text, std::size_t length) const
+{
+    // The live sets are those of a deterministic automaton, made as they are
+    // met and kept between calls; each ASCII step is then one look-up.
+    std::vector<std::int32_t>& key = pending;
+    Closure const& initial = closures[static_cast<std::size_t>(start)];
+    key.assign(closureStates.begin() + initial.begin, closureStates.begin() + initial.end);
+    std::sort(key.begin(), key.end());
+    if (initial.accepts)
+        key.push_back(-1);
+    std::int32_t set = liveSetFor(key);
+    if (set < 0)
+        set = liveSetFor(key);
+    for (std::size_t position = 0; position < length; ++position) {
+        LiveSet const* live = &liveSets[static_cast<std::size_t>(set)];
+        if (live->key.empty() || (live->key.size() == 1 && live->accepts))
+            return false;
+        wchar_t const c = static_cast<wchar_t>(text[position]);
+        bool const ascii = c >= 0 && c < 128;
+        if (ascii && live->following[static_cast<std::size_t>(c)] >= 0) {
+            set = live->following[static_cast<std::size_t>(c)];
+            continue;
+        }
+        stepKey(*live, c, key);
+        std::int32_t next = liveSetFor(key);
+        if (next < 0) {
+            // The cache was full and is empty now: the sets before are gone.
+            next = liveSetFor(key);
+        } else if (ascii) {
+            liveSets[static_cast<std::size_t>(set)].following[static_cast<std::size_t>(c)] = next;
+        }
+        set = next;
+    }
+    return liveSets[static_cast<std::size_t>(set)].accepts;
+}
+
+bool GlobAutomaton::matchesStepByStep(char32_t const* text, std::size_t length) const
 {
     current.clear();
     ++generation;

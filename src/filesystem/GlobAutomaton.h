@@ -2,9 +2,11 @@
 #ifndef KELVO_SRC_FILESYSTEM_GLOB_AUTOMATON_H
 #define KELVO_SRC_FILESYSTEM_GLOB_AUTOMATON_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <locale>
+#include <map>
 #include <memory>
 #include <regex>
 #include <string>
@@ -99,11 +101,43 @@ private:
     void addReachable(std::int32_t from, char32_t const* text, std::size_t length, std::size_t position,
                       std::vector<std::int32_t>& list, bool& accepted) const;
 
+    /// The consuming states reached from one state through empty moves,
+    /// as a range of `closureStates`, and whether the accepting one is too.
+    struct Closure {
+        std::uint32_t begin = 0;
+        std::uint32_t end = 0;
+        bool accepts = false;
+    };
+
+    /// Works out the closures of the start and of every state a character
+    /// leads to, when the expression has no assertion (so that they do not
+    /// depend on the position) and they stay small; false otherwise.
+    bool precomputeClosures();
+    bool matchesWithClosures(char32_t const* text, std::size_t length) const;
+    bool matchesStepByStep(char32_t const* text, std::size_t length) const;
+
+    /// A set of live states met while matching, with the state set each
+    /// ASCII character leads to, filled in as they are first met: a
+    /// deterministic automaton made lazily from this one.
+    struct LiveSet {
+        std::vector<std::int32_t> key; ///< the states in order, then -1 when the set accepts
+        bool accepts = false;
+        std::array<std::int32_t, 128> following; ///< index of the set after each ASCII character; -1: not known yet
+    };
+
+    /// @returns the index of the live set holding `key`, added when new; -1
+    /// when the cache is full (it is emptied then, for the caller to retry).
+    std::int32_t liveSetFor(std::vector<std::int32_t> const& key) const;
+    /// Builds into `key` the live set after `c` from the set `from`.
+    void stepKey(LiveSet const& from, wchar_t c, std::vector<std::int32_t>& key) const;
+
     Traits traits;
     ClassMask wordClass{};
     std::vector<State> states;
     std::vector<CharacterSet> sets;
     std::int32_t start = -1;
+    std::vector<Closure> closures; ///< by state; empty when not worked out
+    std::vector<std::int32_t> closureStates;
 
     // Scratch kept between calls: the live states before and after a
     // character, a mark per state (the number of the step that last added
@@ -113,6 +147,8 @@ private:
     mutable std::vector<std::size_t> marks;
     mutable std::size_t generation = 0;
     mutable std::vector<std::int32_t> pending;
+    mutable std::vector<LiveSet> liveSets;
+    mutable std::map<std::vector<std::int32_t>, std::int32_t> liveSetIndex;
 };
 
 } // namespace kelvo::filesystem::detail
