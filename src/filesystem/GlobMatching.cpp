@@ -213,16 +213,23 @@ CompiledPattern compile(String const& pattern, std::locale const& locale)
     return compiled;
 }
 
+/// The answer for a pattern that is not direct: its error thrown again, or
+/// its automaton's or the engine's answer. Kept out of line, so that the
+/// direct matcher's path stays short.
+[[gnu::noinline]] bool matchesExpressionPattern(String const& text, CompiledPattern const& compiled)
+{
+    if (compiled.error)
+        throw std::regex_error(*compiled.error);
+    if (compiled.automaton)
+        return compiled.automaton->matches(text.data(), text.size());
+    return matchesExpression(text, *compiled.expression);
+}
+
 bool matchesCompiled(Path const& path, CompiledPattern const& compiled)
 {
     if (compiled.direct)
         return matchesDirectly(compiled.pattern, PathNativeAccess::text(path));
-    if (compiled.error)
-        throw std::regex_error(*compiled.error);
-    String const& text = PathNativeAccess::text(path);
-    if (compiled.automaton)
-        return compiled.automaton->matches(text.data(), text.size());
-    return matchesExpression(text, *compiled.expression);
+    return matchesExpressionPattern(PathNativeAccess::text(path), compiled);
 }
 
 constexpr std::size_t kCachedPatterns = 8;
