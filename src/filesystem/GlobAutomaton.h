@@ -20,7 +20,9 @@ namespace kelvo::filesystem::detail {
 /// default flags, and asked only whether a whole text matches. The answer is
 /// found by carrying the set of live states along the text, one character at
 /// a time: time linear in the text for a given expression, memory linear in
-/// the expression, and no recursion at all while matching.
+/// the expression, and no recursion at all while matching. Without
+/// assertions, the sets met are also kept, with where each ASCII character
+/// leads from them (at most 128 sets), so that a step is one look-up.
 ///
 /// Character classes, word boundaries, collating names and counts are read
 /// through a `std::regex_traits<wchar_t>` imbued with the same locale as the
@@ -41,9 +43,6 @@ public:
     /// @returns whether all `length` characters at `text` match the whole
     /// expression, as `std::regex_match` with the default flags answers.
     bool matches(char32_t const* text, std::size_t length) const;
-
-    /// @returns the number of states, for the tests.
-    std::size_t stateCount() const noexcept { return states.size(); }
 
     GlobAutomaton(GlobAutomaton const&) = delete;
     GlobAutomaton& operator=(GlobAutomaton const&) = delete;
