@@ -185,9 +185,9 @@ struct EngineExpression {
 
 /// What a pattern became under one locale: a direct pattern, an automaton,
 /// or what the engine made of it, its error thrown again on each use. Every
-/// call reads the pattern, the locale and the direct flag; the entry is kept
-/// to one cache line (64 bytes where a text is 32), which the plain wildcard
-/// patterns measurably need.
+/// call reads the pattern, the locale and the direct flag, first; the entry
+/// is kept to 64 bytes (a text is 32): at 72 the plain wildcard patterns
+/// measured 5 % slower.
 struct CompiledPattern {
     String pattern;
     std::locale locale;
