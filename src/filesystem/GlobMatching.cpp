@@ -195,6 +195,7 @@ struct CompiledPattern {
     std::unique_ptr<detail::GlobAutomaton> automaton;
     std::unique_ptr<EngineExpression> engine;
 };
+static_assert(sizeof(CompiledPattern) <= 64, "a cache entry fits one cache line");
 
 CompiledPattern compile(String const& pattern, std::locale const& locale)
 {
