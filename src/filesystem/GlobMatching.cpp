@@ -40,10 +40,12 @@ String expressionFor(String const& pattern)
 }
 
 // Names longer than this are not handed to the expression engine: it
-// matches by recursion, several frames a character, and would exhaust the
-// stack of a thread of half a megabyte at a few thousand characters. Only
-// expressions the automaton does not take come here (back-references,
-// look-aheads, deep nesting, very long counts).
+// matches by recursion, 300 to 900 bytes of stack a character in a release
+// build and more for complex expressions, and would exhaust the stack of a
+// thread of half a megabyte at a few thousand characters. Only expressions
+// the automaton does not take come here (back-references, deep nesting,
+// very long counts; a glob pattern cannot spell a look-ahead, its "?" being
+// rewritten). Every file name a directory lists is shorter.
 constexpr std::size_t kLongestEngineText = 256;
 
 /// @returns whether the whole of `text` matches `expression`; a failure of
