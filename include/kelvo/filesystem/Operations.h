@@ -116,9 +116,16 @@ KELVO_FILESYSTEM_API bool isValidDirectoryPathLength(Path const& path);
 /// character keeps its meaning in an ECMAScript expression, so "." matches any
 /// character, "[a-z]" is a class and "(", "+", "{", "|", "^", "$" and "\" are
 /// operators. Matching is case-sensitive; the line terminators U+000A, U+000D,
-/// U+2028 and U+2029 are matched only literally.
-/// @returns true when the whole path matches; false when it does not, or when
-/// the expression engine gives up while matching.
+/// U+2028 and U+2029 are matched only literally. The answer is that of
+/// `std::regex_match` on a `std::wregex` of the expression, found in time
+/// linear in the path's length and without deep recursion, except for
+/// expressions with a back-reference, groups nested more than 128 deep or a
+/// count of more than nine digits: those are matched by the standard engine,
+/// which recurses once per character, and only on paths of at most 256 code
+/// points.
+/// @returns true when the whole path matches; false when it does not, when
+/// the expression engine gives up while matching, or when the expression is
+/// left to the engine and the path is longer than 256 code points.
 /// @throws std::regex_error, on every call, for a pattern that is not a valid
 /// expression (an unbalanced "(" or "[", a trailing "\").
 KELVO_FILESYSTEM_API bool matchesGlobPattern(Path const& path, kelvo::unicode::String const& pattern);
