@@ -108,18 +108,16 @@ Entered DirectoryStack::enter(char const* name, bool follow)
 }
 
 // Closes the descriptor of the highest level below the top that still holds
-// one. Held descriptors are always the lowest levels, so it is the first one
-// found from the top down.
+// one. Held descriptors are always the lowest levels, one unbroken run down
+// to the current one (entering adds at the bottom, leaving reopens the
+// parent before closing the current level), so that level is found by count,
+// at any depth in constant time.
 void DirectoryStack::closeOldest()
 {
-    for (std::size_t level = 1; level < levels.size(); ++level) {
-        if (levels[level].descriptor >= 0) {
-            posix::closeObject(levels[level].descriptor);
-            levels[level].descriptor = -1;
-            --held;
-            return;
-        }
-    }
+    std::size_t const level = levels.size() - held;
+    posix::closeObject(levels[level].descriptor);
+    levels[level].descriptor = -1;
+    --held;
 }
 
 bool DirectoryStack::leave()

@@ -135,6 +135,14 @@ struct ObjectIdentity {
     friend bool operator!=(ObjectIdentity const& a, ObjectIdentity const& b) noexcept { return !(a == b); }
 };
 
+/// Hashes an identity, for unordered containers of them.
+struct ObjectIdentityHash {
+    std::size_t operator()(ObjectIdentity const& identity) const noexcept
+    {
+        return static_cast<std::size_t>(identity.inode * 0x9E3779B97F4A7C15ULL ^ identity.device);
+    }
+};
+
 /// @returns the identity held in `information`.
 inline ObjectIdentity identityOf(posix::ObjectInformation const& information) noexcept
 {
@@ -236,12 +244,7 @@ private:
         bool followed = false;     // entered through a link
     };
 
-    struct IdentityHash {
-        std::size_t operator()(ObjectIdentity const& identity) const noexcept
-        {
-            return static_cast<std::size_t>(identity.inode * 0x9E3779B97F4A7C15ULL ^ identity.device);
-        }
-    };
+    using IdentityHash = ObjectIdentityHash;
 
     int reopen(std::size_t level);
     void closeOldest();

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kelvo::filesystem {
 
@@ -257,6 +258,17 @@ KELVO_FILESYSTEM_API bool copySymbolicLink(Path const& from, Path const& to, boo
 /// not a directory, when `to` exists already, or when any entry failed.
 KELVO_FILESYSTEM_API bool copyDirectory(Path const& from, Path const& to, bool recursive);
 
+/// Copies as `copyDirectory(from, to, recursive)` does, and tells what the
+/// copy had to leave out: `unreadable` is cleared, then receives the path of
+/// every directory that could not be listed (for want of permission, an I/O
+/// error), whose copy is therefore empty or partial. `from` itself is named
+/// when it cannot be listed; so are sockets and block devices, which the
+/// status classification calls directories but which list nothing.
+/// @returns exactly what `copyDirectory(from, to, recursive)` returns, which
+/// is true for a copy with unreadable directories when nothing else failed.
+KELVO_FILESYSTEM_API bool copyDirectory(Path const& from, Path const& to, bool recursive,
+                                        std::vector<Path>& unreadable);
+
 /// Copies `from` (following links) to `to`, never overwriting: a directory
 /// with everything below it, anything else as a file.
 /// @returns the result of the copy made.
@@ -282,6 +294,18 @@ KELVO_FILESYSTEM_API bool compareFiles(Path const& a, Path const& b);
 /// NUL byte) or any name, kind or file differs; true otherwise (two existing
 /// non-directories list nothing and compare equal).
 KELVO_FILESYSTEM_API bool compareDirectories(Path const& a, Path const& b);
+
+/// Compares as `compareDirectories(a, b)` does, and tells what could not be
+/// compared: `unreadable` is cleared, then receives the path of every
+/// directory, on either side, that the comparison had to list and could not
+/// (for want of permission, an I/O error; `a` or `b` themselves too, and
+/// sockets and block devices, which the status classification calls
+/// directories but which list nothing). The comparison stops at the first
+/// difference, so only what it reached by then is named.
+/// @returns exactly what `compareDirectories(a, b)` returns; a directory that
+/// cannot be listed counts as empty there, so true does not mean that every
+/// file was compared unless `unreadable` is empty.
+KELVO_FILESYSTEM_API bool compareDirectories(Path const& a, Path const& b, std::vector<Path>& unreadable);
 
 // ---- Streams ---------------------------------------------------------------
 
