@@ -1,4 +1,4 @@
-// File mutex benchmarks: one take and release with the directory guard, the same file tests without it, and the raw system calls of an exclusive lock file.
+// File mutex benchmarks: one take and release with the lock on the mutex file, the same file tests without it, and the raw system calls of an exclusive lock file.
 #include "bench_support.h"
 
 #include <kelvo/filesystem.h>
@@ -22,8 +22,9 @@ std::string mutexFile(char const* name)
     return ListingDirectories::instance().withEntries(0) + "/" + name;
 }
 
-// try_lock and unlock of a free mutex: the process-wide mutex, the guard on
-// the directory (open, flock, close) and the file tests, write and removal.
+// try_lock and unlock of a free mutex: the process-wide mutex, the lock on
+// the mutex file (open, flock, two status reads, close) and the file tests,
+// write and removal.
 void BM_FileMutexTakeAndRelease(benchmark::State& state)
 {
     FileMutex mutex(Path(mutexFile("guarded.mutex")), std::chrono::seconds(60));

@@ -3,9 +3,12 @@
 
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
+#include "support/ResourceProbes.h"
 #include "support/ScratchDirectory.h"
 
+#include <climits>
 #include <string>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,6 +20,66 @@ using namespace kelvo::testing;
 namespace fs = kelvo::filesystem;
 
 class DirectoryCreation : public ScratchDirectory {};
+
+/// The most a walk down a long path may add to the peak resident memory.
+constexpr long long kMemoryBoundKiB = 64 * 1024;
+
+/// @returns `piece` written `times` times over.
+std::string repeated(std::string const& piece, int times)
+{
+    std::string out;
+    out.reserve(piece.size() * static_cast<std::size_t>(times));
+    for (int i = 0; i < times; ++i)
+        out += piece;
+    return out;
+}
+
+/// Checks what a walk down `base` followed by "/" `name` many times over
+/// leaves when the path is longer than the system accepts: every level whose
+/// path the system accepts (shorter than PATH_MAX) is a directory, and the
+/// deepest of them is empty, since the next one could not be made.
+::testing::AssertionResult madeUpToTheLimit(std::string const& base, std::string const& name)
+{
+    std::string level = base;
+    int depth = 0;
+    while (level.size() + 1 + name.size() < PATH_MAX) {
+        level += "/" + name;
+        ++depth;
+        if (!isDirectoryOnDisk(level))
+            return ::testing::AssertionFailure() << "level " << depth << " was not made";
+    }
+    if (!namesIn(level).empty())
+        return ::testing::AssertionFailure() << "the deepest level " << depth << " is not empty";
+    return ::testing::AssertionSuccess() << depth << " levels made";
+}
+
+/// The deepest chain of `name` directories below `base` whose path the system
+/// still accepts.
+std::string deepestAcceptedChain(std::string const& base, std::string const& name)
+{
+    std::string level = base;
+    while (level.size() + 1 + name.size() < PATH_MAX)
+        level += "/" + name;
+    return level;
+}
+
+/// The walk written the plain way, by recursion, with the library's own path
+/// functions and a plain mkdir: the reference for the library's loop.
+bool referenceCreateDirectoriesValidated(Path const& path)
+{
+    Path const parent = path.parentPath();
+    if (!parent.empty() && !fs::exists(parent) && !referenceCreateDirectoriesValidated(parent))
+        return false;
+    kelvo::unicode::String const name = path.filename().string();
+    if (name == kelvo::unicode::String(U".") || name == kelvo::unicode::String(U".."))
+        return true;
+    return ::mkdir(path.nativeString().c_str(), 0777) == 0;
+}
+
+bool referenceCreateDirectories(Path const& path)
+{
+    return fs::exists(path) || referenceCreateDirectoriesValidated(path);
+}
 
 TEST_F(DirectoryCreation, CreateDirectoriesMakesTheMissingChainThenAnswersAtOnce)
 {
@@ -180,6 +243,107 @@ TEST_F(DirectoryCreation, PathWithANulByteMakesNothing)
         EXPECT_FALSE(fs::createDirectoriesValidated(path));
     }
     EXPECT_EQ(namesIn(scratch), std::vector<std::string>{"a"});
+}
+
+TEST_F(DirectoryCreation, EverySpellingMakesWhatTheRecursiveWalkMakes)
+{
+    // Each spelling is made twice from the same starting tree, once by the
+    // library and once by the recursive walk, relative and absolute;
+    // results and trees must agree.
+    std::vector<std::string> const spellings = {
+        "a", "a/b/c", "a/b/c/", "a//b///c", "a/./b", "a/../b", "a/b/..", "a/b/.", "./a/b", "a/b/../../c",
+        "f/x", "f/x/y", "x/", ".", "..", "a/.../b", "e/x", "e/x/", "e//", "a\\b\\c", "a/b/c/d/e/f/g/h",
+    };
+    int round = 0;
+    for (std::string const& spelling : spellings) {
+        for (bool absolute : {false, true}) {
+            for (bool validated : {false, true}) {
+                std::string const tag = std::to_string(round++);
+                std::string const mine = at("lib" + tag);
+                std::string const theirs = at("ref" + tag);
+                for (std::string const& top : {mine, theirs}) {
+                    ASSERT_EQ(::mkdir(top.c_str(), 0777), 0);
+                    ASSERT_EQ(::mkdir((top + "/e").c_str(), 0777), 0);
+                    ASSERT_TRUE(writeWholeFile(top + "/f", "file"));
+                }
+                auto const make = [&](std::string const& top, bool reference) {
+                    EXPECT_EQ(::chdir(top.c_str()), 0);
+                    Path const path(absolute ? top + "/" + spelling : spelling);
+                    if (reference)
+                        return validated ? referenceCreateDirectoriesValidated(path) : referenceCreateDirectories(path);
+                    return validated ? fs::createDirectoriesValidated(path) : fs::createDirectories(path);
+                };
+                bool const libraryResult = make(mine, false);
+                bool const referenceResult = make(theirs, true);
+                EXPECT_EQ(libraryResult, referenceResult) << spelling << (absolute ? " absolute" : " relative")
+                                                          << (validated ? " validated" : "");
+                EXPECT_EQ(describeTree(mine), describeTree(theirs)) << spelling << (absolute ? " absolute" : " relative")
+                                                                    << (validated ? " validated" : "");
+            }
+        }
+    }
+}
+
+TEST_F(DirectoryCreation, ADeepChainWithinTheLimitIsMadeLevelByLevel)
+{
+    std::string const target = scratch + repeated("/d", 1000);
+    ASSERT_LT(target.size(), static_cast<std::size_t>(PATH_MAX));
+    EXPECT_TRUE(fs::createDirectories(Path(target)));
+    std::string level = scratch;
+    for (int depth = 1; depth <= 1000; ++depth) {
+        level += "/d";
+        ASSERT_TRUE(isDirectoryOnDisk(level)) << "level " << depth;
+    }
+    EXPECT_TRUE(namesIn(target).empty());
+    EXPECT_TRUE(fs::createDirectories(Path(target)));
+    EXPECT_FALSE(fs::createDirectoriesValidated(Path(target)));
+}
+
+TEST_F(DirectoryCreation, ALongPathOfTwentyThousandPartsIsMadeAsFarAsTheSystemAllowsInLittleMemory)
+{
+    // 60 KB: far beyond what the system accepts, so the walk climbs through
+    // every level, makes those the system accepts and fails on the first it
+    // refuses.
+    std::string const target = scratch + repeated("/ab", 20000);
+    ASSERT_GE(target.size(), 60000u);
+    ChildMeasure const measure = measureInChild([&] { return fs::createDirectories(Path(target)) ? 1 : 0; });
+    EXPECT_EQ(measure.exitStatus, 0) << "1: true for a path the system cannot hold; " << kChildDidNotExit
+                                     << ": the child died; " << kBodyThrew << ": out of memory";
+    EXPECT_GE(measure.peakGrowthKiB, 0);
+    EXPECT_LT(measure.peakGrowthKiB, kMemoryBoundKiB + kSanitizerHeldKiB);
+    EXPECT_TRUE(madeUpToTheLimit(scratch, "ab"));
+}
+
+TEST_F(DirectoryCreation, ALongPathOfTwentyThousandPartsIsMadeBareAsFarAsTheSystemAllowsInLittleMemory)
+{
+    std::string const target = scratch + repeated("/ab", 20000);
+    ChildMeasure const measure = measureInChild([&] { return fs::createDirectoriesValidated(Path(target)) ? 1 : 0; });
+    EXPECT_EQ(measure.exitStatus, 0) << "1: true for a path the system cannot hold; " << kChildDidNotExit
+                                     << ": the child died; " << kBodyThrew << ": out of memory";
+    EXPECT_GE(measure.peakGrowthKiB, 0);
+    EXPECT_LT(measure.peakGrowthKiB, kMemoryBoundKiB + kSanitizerHeldKiB);
+    EXPECT_TRUE(madeUpToTheLimit(scratch, "ab"));
+}
+
+TEST_F(DirectoryCreation, WalksOfAnyDepthRunOnASmallMachineStack)
+{
+    // 30,000 parts, then the deepest chain the system accepts through paths:
+    // on a thread with a 256 KiB stack, in a child so that an overflow shows
+    // as a failure.
+    std::string const tooDeep = scratch + repeated("/a", 30000);
+    std::string const deepest = deepestAcceptedChain(at("valid"), "d");
+    int const result = runInChild([&] {
+        return runOnSmallStack([&] {
+            bool const chain = fs::createDirectories(Path(tooDeep));
+            bool const bare = fs::createDirectoriesValidated(Path(tooDeep));
+            bool const valid = fs::createDirectories(Path(deepest));
+            return firstFailure({!chain, !bare, valid});
+        });
+    });
+    EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
+                         << ": no thread; " << kBodyThrew << ": out of memory; else the index of the wrong answer";
+    EXPECT_TRUE(madeUpToTheLimit(scratch, "a"));
+    EXPECT_TRUE(madeUpToTheLimit(at("valid"), "d"));
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -117,6 +118,41 @@ DIR* failingOpenDirectoryStream(int)
     return nullptr;
 }
 
+// Lets `listingsBeforeFailure` listings start, then fails every later one
+// (the wrapper then closes the descriptor, as after a real failure).
+int listingsBeforeFailure = 0;
+DIR* failingOpenDirectoryStreamAfter(int descriptor)
+{
+    if (listingsBeforeFailure > 0) {
+        --listingsBeforeFailure;
+        return posix::systemTreeCalls().openDirectoryStream(descriptor);
+    }
+    errno = ENOMEM;
+    return nullptr;
+}
+
+// A swap made by "another process" at the very moment a walk opens a
+// directory: just before the `swapAtOpening`-th opening of `swapPath` (the
+// name exactly as the library hands it to openat), `swapAction` runs.
+std::string swapPath;
+int swapAtOpening = 0;
+int openingsOfSwapPath = 0;
+std::function<void()> swapAction;
+
+int swappingOpenAt(int directory, char const* name, int flags, mode_t mode)
+{
+    if (swapPath == name && ++openingsOfSwapPath == swapAtOpening)
+        swapAction();
+    return ::openat(directory, name, flags, mode);
+}
+
+// A rename that always finds the two paths on different file systems.
+int crossDeviceRename(char const*, char const*)
+{
+    errno = EXDEV;
+    return -1;
+}
+
 class FaultInjection : public ScratchDirectory {
 protected:
     void SetUp() override
@@ -131,6 +167,10 @@ protected:
         copyRangeCalls = 0;
         unlinkCalls = unlinkFailsAt = 0;
         directoryOpens = directoryOpenFailsAt = 0;
+        listingsBeforeFailure = 0;
+        swapPath.clear();
+        swapAtOpening = openingsOfSwapPath = 0;
+        swapAction = nullptr;
         descriptorsBefore = openDescriptorCount();
     }
     void TearDown() override
@@ -141,6 +181,29 @@ protected:
 
     void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(at(name).c_str(), 0777), 0) << name; }
     Path path(std::string const& name) const { return Path(at(name)); }
+
+    // A tree "src" of two levels, and "canary", a directory outside it.
+    void makeSourceAndCanary()
+    {
+        makeDirectory("src");
+        writeFile("src/a", "a");
+        makeDirectory("src/sub");
+        writeFile("src/sub/b", "b");
+        makeDirectory("canary");
+        writeFile("canary/keep", "keep");
+        makeDirectory("canary/inner");
+        writeFile("canary/inner/deep", "deep");
+    }
+
+    // Puts a link to the canary in the place of `name`, which moves to
+    // `name` + ".real".
+    std::function<void()> linkToTheCanaryInPlaceOf(std::string const& name)
+    {
+        return [this, name] {
+            ASSERT_EQ(::rename(at(name).c_str(), at(name + ".real").c_str()), 0);
+            ASSERT_EQ(::symlink(at("canary").c_str(), at(name).c_str()), 0);
+        };
+    }
     void expectNoDescriptorLeft() const { EXPECT_EQ(openDescriptorCount(), descriptorsBefore); }
 
     static std::string pattern(std::size_t size)
@@ -290,6 +353,141 @@ TEST_F(FaultInjection, RefusedDeletionDeepInATreeLeavesEveryLevelAbove)
     EXPECT_EQ(unlinkCalls, 2);
     EXPECT_TRUE(isDirectoryOnDisk(at("t/a/b")));
     EXPECT_FALSE(isPresentOnDisk(at("t/a/b/f")));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, RefusedDeletionHalfWayDownADeepTreeLeavesNoDescriptorOpen)
+{
+    // Deeper than the walk holds descriptors, with a file in every level, so
+    // that the refusal comes while levels above have been let go of.
+    int const depth = 120;
+    makeDirectory("t");
+    std::string level = "t";
+    for (int i = 0; i < depth; ++i) {
+        writeFile(level + "/f", "x");
+        level += "/d";
+        makeDirectory(level);
+    }
+    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    // Every level takes two deletions (its file and, on the way back, its
+    // directory): the refusal comes half-way.
+    unlinkFailsAt = depth;
+    EXPECT_FALSE(fs::removeAll(path("t")));
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(unlinkCalls, depth);
+    EXPECT_TRUE(isDirectoryOnDisk(at("t")));
+    expectNoDescriptorLeft();
+
+    // The same from removeAllInDir, refused at the very first deletion and
+    // at the very last.
+    posix::treeCalls() = posix::systemTreeCalls();
+    unlinkCalls = 0;
+    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    unlinkFailsAt = 1;
+    EXPECT_FALSE(fs::removeAllInDir(path("t")));
+    EXPECT_EQ(unlinkCalls, 1);
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, ListingThatCannotStartDeepInATreeLeavesNoDescriptorOpen)
+{
+    int const depth = 60;
+    makeDirectory("t");
+    std::string level = "t";
+    for (int i = 0; i < depth; ++i) {
+        level += "/d";
+        makeDirectory(level);
+        writeFile(level + "/f", "x");
+    }
+    posix::treeCalls().openDirectoryStream = failingOpenDirectoryStreamAfter;
+    listingsBeforeFailure = depth / 2;
+    // A level that cannot be listed is not empty, so its rmdir fails and the
+    // walk stops there.
+    EXPECT_FALSE(fs::removeAll(path("t")));
+    expectNoDescriptorLeft();
+    EXPECT_TRUE(isDirectoryOnDisk(at("t")));
+    posix::treeCalls() = posix::systemTreeCalls();
+    EXPECT_TRUE(fs::removeAll(path("t")));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, MoveDeletesNothingThroughASourceSwappedForALinkAfterTheCopy)
+{
+    makeSourceAndCanary();
+    auto const source = describeTree(at("src"));
+    auto const canary = describeTree(at("canary"));
+    posix::treeCalls().rename = crossDeviceRename;
+    posix::treeCalls().openAt = swappingOpenAt;
+    // The copy opens the source first; the deletion opens it second.
+    swapPath = at("src");
+    swapAtOpening = 2;
+    swapAction = linkToTheCanaryInPlaceOf("src");
+    EXPECT_FALSE(fs::move(path("src"), path("dst")));
+    EXPECT_EQ(openingsOfSwapPath, 2);
+    EXPECT_EQ(describeTree(at("canary")), canary);
+    EXPECT_EQ(describeTree(at("src.real")), source);
+    EXPECT_EQ(describeTree(at("dst")), source);
+    EXPECT_TRUE(isLinkOnDisk(at("src")));
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, MoveDeletesNothingWhenAnotherDirectoryTookTheSourcesPlace)
+{
+    makeSourceAndCanary();
+    auto const source = describeTree(at("src"));
+    auto const canary = describeTree(at("canary"));
+    posix::treeCalls().rename = crossDeviceRename;
+    posix::treeCalls().openAt = swappingOpenAt;
+    swapPath = at("src");
+    swapAtOpening = 2;
+    swapAction = [this] {
+        ASSERT_EQ(::rename(at("src").c_str(), at("src.real").c_str()), 0);
+        ASSERT_EQ(::rename(at("canary").c_str(), at("src").c_str()), 0);
+    };
+    EXPECT_FALSE(fs::move(path("src"), path("dst")));
+    EXPECT_EQ(openingsOfSwapPath, 2);
+    EXPECT_EQ(describeTree(at("src")), canary);
+    EXPECT_EQ(describeTree(at("src.real")), source);
+    expectNoDescriptorLeft();
+
+    // Without a swap the same move copies and deletes the source.
+    posix::treeCalls().openAt = posix::systemTreeCalls().openAt;
+    EXPECT_TRUE(fs::move(path("src.real"), path("dst2")));
+    EXPECT_FALSE(isPresentOnDisk(at("src.real")));
+    EXPECT_EQ(describeTree(at("dst2")), source);
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, RemoveAllDeletesNothingThroughATopSwappedForALinkAfterItsCheck)
+{
+    makeSourceAndCanary();
+    auto const source = describeTree(at("src"));
+    auto const canary = describeTree(at("canary"));
+    posix::treeCalls().openAt = swappingOpenAt;
+    swapPath = at("src");
+    swapAtOpening = 1;
+    swapAction = linkToTheCanaryInPlaceOf("src");
+    EXPECT_FALSE(fs::removeAll(path("src")));
+    EXPECT_EQ(openingsOfSwapPath, 1);
+    EXPECT_EQ(describeTree(at("canary")), canary);
+    EXPECT_EQ(describeTree(at("src.real")), source);
+    expectNoDescriptorLeft();
+}
+
+TEST_F(FaultInjection, RemoveAllDeletesNothingThroughASubdirectorySwappedForALinkAsItIsEntered)
+{
+    makeSourceAndCanary();
+    auto const canary = describeTree(at("canary"));
+    posix::treeCalls().openAt = swappingOpenAt;
+    // Subdirectories are opened by their name relative to their parent.
+    swapPath = "sub";
+    swapAtOpening = 1;
+    swapAction = linkToTheCanaryInPlaceOf("src/sub");
+    EXPECT_FALSE(fs::removeAll(path("src")));
+    EXPECT_EQ(openingsOfSwapPath, 1);
+    EXPECT_EQ(describeTree(at("canary")), canary);
+    EXPECT_TRUE(isLinkOnDisk(at("src/sub")));
+    EXPECT_EQ(readWholeFile(at("src/sub.real/b")), "b");
     expectNoDescriptorLeft();
 }
 

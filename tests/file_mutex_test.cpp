@@ -22,8 +22,14 @@
 #include <thread>
 #include <vector>
 
+#include <csignal>
+
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,6 +37,7 @@
 namespace {
 
 using kelvo::filesystem::FileMutex;
+using kelvo::filesystem::FileMutexGuard;
 using kelvo::filesystem::Path;
 using kelvo::testing::existsByDirectProbe;
 using kelvo::testing::nowMicroseconds;
@@ -519,6 +526,236 @@ TEST_F(FileMutexTest, ForkingWhileAnotherThreadTakesAndReleasesNeverHangsTheChil
     EXPECT_EQ(hung, 0);
 }
 
+// ---- the lock on the mutex file, and what lastGuard reports ----------------------------
+
+TEST_F(FileMutexTest, LastGuardIsNotYetUsedOnAThreadThatMadeNoCall)
+{
+    FileMutexGuard seen = FileMutexGuard::held;
+    std::thread fresh([&] { seen = FileMutex::lastGuard(); });
+    fresh.join();
+    EXPECT_EQ(seen, FileMutexGuard::notYetUsed);
+}
+
+TEST_F(FileMutexTest, EveryCallOnAnOrdinaryFileIsGuarded)
+{
+    FileMutex mutex(Path(at("m")), seconds(10));
+    ASSERT_TRUE(mutex.try_lock()); // absent: created and locked
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::held);
+    ASSERT_TRUE(mutex.try_lock()); // this process's own
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::held);
+    mutex.unlock();
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::held);
+    mutex.unlock(); // absent: nothing to guard, and nothing created
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::held);
+    EXPECT_FALSE(existsByDirectProbe(at("m")));
+    writeOtherOwner("m");
+    EXPECT_FALSE(mutex.try_lock());
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::held);
+}
+
+TEST_F(FileMutexTest, TheLockOnTheFileIsLetGoWhenTheCallReturns)
+{
+    FileMutex mutex(Path(at("m")), seconds(10));
+    ASSERT_TRUE(mutex.try_lock());
+    EXPECT_TRUE(kelvo::testing::isFreeByDirectProbe(at("m")));
+    writeOtherOwner("n");
+    FileMutex other(Path(at("n")), seconds(10));
+    EXPECT_FALSE(other.try_lock());
+    EXPECT_TRUE(kelvo::testing::isFreeByDirectProbe(at("n")));
+    other.unlock();
+    EXPECT_TRUE(kelvo::testing::isFreeByDirectProbe(at("n")));
+}
+
+TEST_F(FileMutexTest, AHolderOfTheLockThatNeverLetsGoIsWaitedForAboutASecond)
+{
+    // Another open of the file holds its lock, as a stopped process inside
+    // try_lock would: the calls go on without the lock, and say so.
+    writeOtherOwner("m");
+    std::string const content = readBytes(at("m"));
+    int const holder = ::open(at("m").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(holder, 0);
+    ASSERT_EQ(::flock(holder, LOCK_EX | LOCK_NB), 0);
+    FileMutex mutex(Path(at("m")), seconds(10));
+    EXPECT_FALSE(mutex.try_lock());
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::timedOut);
+    EXPECT_NO_THROW(mutex.unlock());
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::timedOut);
+    EXPECT_EQ(readBytes(at("m")), content);
+    ::close(holder);
+    EXPECT_FALSE(mutex.try_lock());
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::held);
+}
+
+TEST_F(FileMutexTest, AFileNobodyMayOpenRunsUnguardedAndSaysSo)
+{
+    ASSERT_EQ(::chmod(scratch.c_str(), 0755), 0);
+    writeOtherOwner("m");
+    ASSERT_EQ(::chmod(at("m").c_str(), 0000), 0);
+    std::string const file = at("m");
+    int const status = runUnprivileged([&] {
+        FileMutex mutex(Path(file), seconds(10));
+        std::string const tried = logicErrorOf([&] { mutex.try_lock(); });
+        FileMutexGuard const afterTry = FileMutex::lastGuard();
+        std::string const released = logicErrorOf([&] { mutex.unlock(); });
+        FileMutexGuard const afterUnlock = FileMutex::lastGuard();
+        return firstFailure({tried == kCannotRead, afterTry == FileMutexGuard::cannotOpen, released == kCannotRead,
+                             afterUnlock == FileMutexGuard::cannotOpen});
+    });
+    if (char const* reason = kelvo::testing::unprivilegedSkipReason(status))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(existsByDirectProbe(file));
+}
+
+TEST_F(FileMutexTest, AFileOneMayWriteButNotReadIsStillGuarded)
+{
+    ASSERT_EQ(::chmod(scratch.c_str(), 0777), 0);
+    writeOtherOwner("m");
+    ASSERT_TRUE(setAge(at("m"), 20000000)); // stale: taken over without being read
+    ASSERT_EQ(::chmod(at("m").c_str(), 0222), 0);
+    std::string const file = at("m");
+    int const status = runUnprivileged([&] {
+        FileMutex mutex(Path(file), seconds(10));
+        bool const took = mutex.try_lock();
+        FileMutexGuard const afterTry = FileMutex::lastGuard();
+        return firstFailure({took, afterTry == FileMutexGuard::held});
+    });
+    if (char const* reason = kelvo::testing::unprivilegedSkipReason(status))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(status, 0);
+    struct stat written;
+    ASSERT_EQ(::stat(at("m").c_str(), &written), 0);
+    EXPECT_EQ(written.st_size, 4); // read by size: a user who is not root may not read it
+}
+
+TEST_F(FileMutexTest, ALinkToNothingIsFollowedAsBeforeWithoutTheLock)
+{
+    // The write follows the link and creates its target; nothing could be
+    // locked before the target existed.
+    ASSERT_EQ(::symlink(at("target").c_str(), at("m").c_str()), 0);
+    FileMutex mutex(Path(at("m")), seconds(10));
+    EXPECT_TRUE(mutex.try_lock());
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::cannotOpen);
+    EXPECT_EQ(readBytes(at("target")), bytesOf(ownIdentifier()));
+    EXPECT_TRUE(mutex.try_lock()); // the link names a file now
+    EXPECT_EQ(FileMutex::lastGuard(), FileMutexGuard::held);
+    mutex.unlock(); // removes the link itself, as remove does
+    EXPECT_FALSE(existsByDirectProbe(at("m")));
+    EXPECT_TRUE(existsByDirectProbe(at("target")));
+}
+
+TEST_F(FileMutexTest, AFirstWriteThatFailsLeavesNoEmptyFileBehind)
+{
+    // A file size limit of 0 makes every write fail, after the file is made.
+    std::string const fresh = at("fresh");
+    std::string const stale = at("stale");
+    writeOtherOwner("stale");
+    ASSERT_TRUE(setAge(stale, 20000000));
+    int const status = runInChild([&] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit const none = {0, 0};
+        if (::setrlimit(RLIMIT_FSIZE, &none) != 0)
+            return 100;
+        FileMutex made(Path(fresh), seconds(10));
+        std::string const creating = logicErrorOf([&] { made.try_lock(); });
+        // An existing file is rewritten by opening it for writing, which
+        // empties it before the write fails: it is left empty.
+        FileMutex rewritten(Path(stale), seconds(10));
+        std::string const rewriting = logicErrorOf([&] { rewritten.try_lock(); });
+        return firstFailure({creating == kCannotWrite, !existsByDirectProbe(fresh), rewriting == kCannotWrite});
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(existsByDirectProbe(fresh));
+    EXPECT_EQ(readBytes(stale), "");
+    FileMutex mutex(Path(fresh), seconds(10));
+    EXPECT_TRUE(mutex.try_lock()) << "a later try_lock still takes the mutex";
+}
+
+/// Runs `body` in a forked child that a signal ends after 10 seconds.
+/// @returns the child's exit status, or kChildDidNotExit when it hung.
+template <typename Body>
+int runWithinTenSeconds(Body body)
+{
+    return runInChild([&] {
+        ::alarm(10);
+        return body();
+    });
+}
+
+TEST_F(FileMutexTest, AFifoAtThePathNeverHangsAndCannotHoldAnIdentifier)
+{
+    ASSERT_EQ(::mkfifo(at("m").c_str(), 0666), 0);
+    std::string const file = at("m");
+    int const status = runWithinTenSeconds([&] {
+        FileMutex mutex(Path(file), seconds(3600));
+        std::string const tried = logicErrorOf([&] { mutex.try_lock(); });
+        FileMutexGuard const afterTry = FileMutex::lastGuard();
+        std::string const locked = logicErrorOf([&] { mutex.lock(); });
+        std::string const released = logicErrorOf([&] { mutex.unlock(); });
+        std::string const read = logicErrorOf([&] { mutex.readLockID(); });
+        std::string const written = logicErrorOf([&] { mutex.writeLockID(); });
+        return firstFailure({tried == kCannotRead, afterTry == FileMutexGuard::cannotOpen, locked == kCannotRead,
+                             released == kCannotRead, read == kCannotRead, written == kCannotWrite,
+                             S_ISFIFO(kelvo::testing::linkMode(file))});
+    });
+    EXPECT_EQ(status, 0) << "121: the child hung and was ended by its alarm";
+}
+
+TEST_F(FileMutexTest, AStaleFifoIsNotWrittenButIsRemovedByUnlock)
+{
+    ASSERT_EQ(::mkfifo(at("m").c_str(), 0666), 0);
+    ASSERT_TRUE(setAge(at("m"), 20000000));
+    std::string const file = at("m");
+    int const status = runWithinTenSeconds([&] {
+        FileMutex mutex(Path(file), seconds(10));
+        std::string const tried = logicErrorOf([&] { mutex.try_lock(); });
+        bool const stillThere = S_ISFIFO(kelvo::testing::linkMode(file));
+        std::string const released = logicErrorOf([&] { mutex.unlock(); });
+        return firstFailure({tried == kCannotWrite, stillThere, released == "<no exception>",
+                             !existsByDirectProbe(file)});
+    });
+    EXPECT_EQ(status, 0) << "121: the child hung and was ended by its alarm";
+}
+
+TEST_F(FileMutexTest, ASocketAtThePathCannotHoldAnIdentifier)
+{
+    std::string const file = at("m");
+    int const listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_GE(listener, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(file.size(), sizeof address.sun_path);
+    std::memcpy(address.sun_path, file.c_str(), file.size() + 1);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+    int const status = runWithinTenSeconds([&] {
+        FileMutex mutex(Path(file), seconds(3600));
+        std::string const tried = logicErrorOf([&] { mutex.try_lock(); });
+        FileMutexGuard const afterTry = FileMutex::lastGuard();
+        std::string const written = logicErrorOf([&] { mutex.writeLockID(); });
+        return firstFailure({tried == kCannotRead, afterTry == FileMutexGuard::cannotOpen, written == kCannotWrite});
+    });
+    ::close(listener);
+    EXPECT_EQ(status, 0) << "121: the child hung and was ended by its alarm";
+}
+
+TEST_F(FileMutexTest, ADeviceAtThePathCannotHoldAnIdentifier)
+{
+    // Through a link, so that nothing is made in /dev; a limit of a century
+    // keeps the device fresh whatever its time says.
+    ASSERT_EQ(::symlink("/dev/zero", at("m").c_str()), 0);
+    std::string const file = at("m");
+    int const status = runWithinTenSeconds([&] {
+        FileMutex mutex(Path(file), seconds(100LL * 366 * 24 * 3600));
+        std::string const tried = logicErrorOf([&] { mutex.try_lock(); });
+        FileMutexGuard const afterTry = FileMutex::lastGuard();
+        std::string const released = logicErrorOf([&] { mutex.unlock(); });
+        std::string const read = logicErrorOf([&] { mutex.readLockID(); });
+        return firstFailure({tried == kCannotRead, afterTry == FileMutexGuard::cannotOpen, released == kCannotRead,
+                             read == kCannotRead, existsByDirectProbe(file)});
+    });
+    EXPECT_EQ(status, 0) << "121: the child hung and was ended by its alarm";
+}
+
 // ---- the standard lock guards --------------------------------------------------------
 
 TEST_F(FileMutexTest, WorksWithTheStandardLockGuards)
@@ -570,6 +807,7 @@ struct OverlapCount {
     long long criticalSections = 0; ///< critical sections run, over all processes
     long long overlaps = 0;         ///< those that found another holder inside
     long long errors = 0;           ///< exceptions thrown while taking or releasing
+    long long unguarded = 0;        ///< library calls that ran without the lock on the mutex file
     bool complete = false;          ///< every process reported
 };
 
@@ -621,6 +859,8 @@ OverlapCount runRounds(Algorithm algorithm, std::string const& directory, int ro
             } catch (std::logic_error const&) {
                 ++count.errors;
             }
+            if (algorithm == Algorithm::library && FileMutex::lastGuard() != FileMutexGuard::held)
+                ++count.unguarded;
             if (taken)
                 break;
             std::this_thread::sleep_for(std::chrono::milliseconds(retryMilliseconds));
@@ -642,6 +882,8 @@ OverlapCount runRounds(Algorithm algorithm, std::string const& directory, int ro
         } catch (std::logic_error const&) {
             ++count.errors;
         }
+        if (algorithm == Algorithm::library && FileMutex::lastGuard() != FileMutexGuard::held)
+            ++count.unguarded;
     }
     return count;
 }
@@ -666,7 +908,7 @@ OverlapCount measureOverlaps(Algorithm algorithm, std::string const& directory, 
             if (::read(start[0], &go, 1) != 0)
                 ::_exit(2);
             OverlapCount const mine = runRounds(algorithm, directory, rounds, holdMicroseconds, retryMilliseconds);
-            long long const report[3] = {mine.criticalSections, mine.overlaps, mine.errors};
+            long long const report[4] = {mine.criticalSections, mine.overlaps, mine.errors, mine.unguarded};
             ::_exit(::write(results[1], report, sizeof report) == static_cast<ssize_t>(sizeof report) ? 0 : 3);
         }
         if (child > 0)
@@ -676,11 +918,12 @@ OverlapCount measureOverlaps(Algorithm algorithm, std::string const& directory, 
     ::close(start[0]);
     ::close(start[1]); // every child starts when it sees the end of this pipe
     int reported = 0;
-    long long report[3];
+    long long report[4];
     while (::read(results[0], report, sizeof report) == static_cast<ssize_t>(sizeof report)) {
         total.criticalSections += report[0];
         total.overlaps += report[1];
         total.errors += report[2];
+        total.unguarded += report[3];
         ++reported;
     }
     ::close(results[0]);
@@ -725,7 +968,7 @@ void report(char const* label, OverlapCount const& count, int processes, int rou
 {
     std::cout << label << ": " << count.overlaps << " overlaps in " << count.criticalSections
               << " critical sections (" << processes << " processes x " << rounds << " rounds, retry every "
-              << retryMilliseconds << " ms), " << count.errors << " errors, "
+              << retryMilliseconds << " ms), " << count.errors << " errors, " << count.unguarded << " unguarded calls, "
               << std::chrono::duration_cast<std::chrono::milliseconds>(took).count() << " ms\n";
 }
 
@@ -751,6 +994,7 @@ TEST_F(FileMutexTest, ProcessesTakingOneMutexNeverOverlap)
     EXPECT_EQ(count.criticalSections, static_cast<long long>(processes) * rounds);
     EXPECT_EQ(count.overlaps, 0);
     EXPECT_EQ(count.errors, 0);
+    EXPECT_EQ(count.unguarded, 0);
     EXPECT_FALSE(existsByDirectProbe(at("mutex")));
 }
 
@@ -769,6 +1013,58 @@ TEST_F(FileMutexTest, PlainFileTestsAreMeasuredTheSameWay)
     RecordProperty("errors", std::to_string(count.errors));
     ASSERT_TRUE(count.complete);
     EXPECT_EQ(count.criticalSections, static_cast<long long>(processes) * rounds);
+}
+
+// ---- processes in a directory they may write but not list ------------------------------
+
+// 16 processes by default; KELVO_MUTEX_OVERLAP_PROCESSES and
+// KELVO_MUTEX_OVERLAP_ROUNDS raise them for a measuring run (16 x 300 is the
+// full size). Waiters retry every millisecond, which makes a collision likely
+// wherever the test of the file and its write are not one step.
+constexpr int kGuardProcesses = 16;
+constexpr int kGuardRounds = 30;
+constexpr int kGuardRetryMilliseconds = 1;
+
+/// Makes the directory `name` of the scratch directory with `mode`, and runs
+/// the overlap measurement of FileMutex in it from a child that has given up
+/// root (as the user itself when the tests do not run as root).
+/// @returns the child's exit status: 0 when every critical section ran alone
+/// and no call threw.
+int unprivilegedOverlaps(std::string const& scratch, std::string const& name, mode_t mode, char const* label)
+{
+    std::string const directory = scratch + "/" + name;
+    if (::chmod(scratch.c_str(), 0755) != 0 || ::mkdir(directory.c_str(), 0700) != 0
+        || ::chmod(directory.c_str(), mode) != 0)
+        return 100;
+    return runUnprivileged([&] {
+        int const processes = countFromEnvironment("KELVO_MUTEX_OVERLAP_PROCESSES", kGuardProcesses);
+        int const rounds = countFromEnvironment("KELVO_MUTEX_OVERLAP_ROUNDS", kGuardRounds);
+        auto const start = std::chrono::steady_clock::now();
+        OverlapCount const count = measureOverlaps(Algorithm::library, directory, processes, rounds,
+                                                   kHoldMicroseconds, kGuardRetryMilliseconds);
+        report(label, count, processes, rounds, kGuardRetryMilliseconds, std::chrono::steady_clock::now() - start);
+        std::cout.flush();
+        return firstFailure({count.complete,
+                             count.criticalSections == static_cast<long long>(processes) * rounds,
+                             count.overlaps == 0, count.errors == 0, count.unguarded == 0,
+                             !existsByDirectProbe(directory + "/mutex")});
+    });
+}
+
+TEST_F(FileMutexTest, ProcessesInADirectoryTheyCannotListNeverOverlap)
+{
+    int const status = unprivilegedOverlaps(scratch, "write-only", 0333, "FileMutex, directory mode 0333");
+    if (char const* reason = kelvo::testing::unprivilegedSkipReason(status))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(status, 0) << "1: a process did not report, 2: sections lost, 3: overlaps, 4: errors, 5: unguarded calls, 6: file left";
+}
+
+TEST_F(FileMutexTest, ProcessesInADirectoryTheyCanListNeverOverlap)
+{
+    int const status = unprivilegedOverlaps(scratch, "readable", 0777, "FileMutex, directory mode 0777");
+    if (char const* reason = kelvo::testing::unprivilegedSkipReason(status))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(status, 0) << "1: a process did not report, 2: sections lost, 3: overlaps, 4: errors, 5: unguarded calls, 6: file left";
 }
 
 } // namespace

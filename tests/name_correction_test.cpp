@@ -4,12 +4,15 @@
 #include <kelvo/filesystem/Path.h>
 
 #include "support/ProcessProbes.h"
+#include "support/ResourceProbes.h"
 #include "support/ScratchDirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -20,7 +23,16 @@
 namespace {
 
 using kelvo::filesystem::Path;
+using kelvo::testing::ChildMeasure;
+using kelvo::testing::firstFailure;
+using kelvo::testing::kBodyThrew;
+using kelvo::testing::kChildDidNotExit;
+using kelvo::testing::kSanitizerHeldKiB;
 using kelvo::testing::kScratchUnreachable;
+using kelvo::testing::kThreadNotStarted;
+using kelvo::testing::measureInChild;
+using kelvo::testing::runInChild;
+using kelvo::testing::runOnSmallStack;
 using kelvo::testing::unprivilegedSkipReason;
 using kelvo::testing::runUnprivileged;
 namespace fs = kelvo::filesystem;
@@ -39,6 +51,101 @@ std::string readByDirectProbe(std::string const& path)
     ssize_t got = ::read(fd, buffer, sizeof buffer);
     ::close(fd);
     return got < 0 ? "<cannot read>" : std::string(buffer, static_cast<std::size_t>(got));
+}
+
+/// The most a walk down a long path may add to the peak resident memory.
+constexpr long long kMemoryBoundKiB = 64 * 1024;
+
+/// @returns `piece` written `times` times over.
+std::string repeated(std::string const& piece, int times)
+{
+    std::string out;
+    out.reserve(piece.size() * static_cast<std::size_t>(times));
+    for (int i = 0; i < times; ++i)
+        out += piece;
+    return out;
+}
+
+/// A chain of directories named `name` below `base`, as deep as the system
+/// accepts through paths, and (when `beyond`) one more made relative to the
+/// deepest, which no path can reach and which is therefore removed here too.
+class DeepChain {
+public:
+    DeepChain(std::string const& base, std::string name, bool beyond) : name(std::move(name))
+    {
+        deepest = base;
+        made = true;
+        while (deepest.size() + 1 + this->name.size() < PATH_MAX) {
+            deepest += "/" + this->name;
+            ++depth;
+            made = made && ::mkdir(deepest.c_str(), 0777) == 0;
+        }
+        if (beyond) {
+            int const fd = ::open(deepest.c_str(), O_RDONLY | O_DIRECTORY);
+            extra = fd >= 0 && ::mkdirat(fd, this->name.c_str(), 0777) == 0;
+            made = made && extra;
+            if (fd >= 0)
+                ::close(fd);
+        }
+    }
+    DeepChain(DeepChain const&) = delete;
+    DeepChain& operator=(DeepChain const&) = delete;
+    ~DeepChain()
+    {
+        if (!extra)
+            return;
+        int const fd = ::open(deepest.c_str(), O_RDONLY | O_DIRECTORY);
+        if (fd >= 0) {
+            ::unlinkat(fd, name.c_str(), AT_REMOVEDIR);
+            ::close(fd);
+        }
+    }
+
+    std::string name;
+    std::string deepest; ///< the deepest level a path reaches
+    int depth = 0;       ///< the number of levels a path reaches
+    bool made = false;
+    bool extra = false;
+};
+
+/// Name correction written the plain way, by recursion, with the library's
+/// public functions: the reference for the library's loop.
+Path referenceMatchingNameIn(Path const& directory, Path const& name)
+{
+    fs::DirectoryIterator entries{Path(directory)};
+    if (!entries.canIterate())
+        return directory / name;
+    for (fs::DirectoryIterator const end; entries != end; ++entries) {
+        Path const entryName = entries->getPath().filename();
+        if (entryName == name)
+            return directory / entryName;
+    }
+    return Path();
+}
+
+Path referenceSimilarNameHelper(Path const& path, bool checkAll)
+{
+    if (path.empty())
+        return Path();
+    Path const parent = path.parentPath();
+    Path const name = path.filename();
+    if (!checkAll) {
+        if (fs::exists(parent))
+            return referenceMatchingNameIn(parent, name);
+    } else if (parent == parent.rootPath()) {
+        return referenceMatchingNameIn(parent, name);
+    }
+    Path const fixed = referenceSimilarNameHelper(parent, checkAll);
+    if (fixed.empty())
+        return Path();
+    return referenceMatchingNameIn(fixed, name);
+}
+
+Path referenceSimilarName(Path const& path, bool checkAll)
+{
+    if (!checkAll && fs::exists(path))
+        return path;
+    return referenceSimilarNameHelper(path, checkAll);
 }
 
 class NameCorrection : public kelvo::testing::ScratchDirectory {
@@ -230,6 +337,123 @@ TEST_F(NameCorrection, TheRootIsItsOwnSpelling)
 {
     EXPECT_EQ(fs::findSimilarName(Path("/"), true).nativeString(), "/");
     EXPECT_EQ(fs::findSimilarName(Path("/"), false).nativeString(), "/");
+}
+
+TEST_F(NameCorrection, EverySpellingFindsWhatTheRecursiveWalkFinds)
+{
+    makeDirectory("Data");
+    writeFile("Data/README.txt", "readme");
+    makeDirectory("Data/Sub");
+    writeFile("Data/Sub/File", "file");
+    writeFile("Data/Sub/file2", "file2");
+    makeDirectory("CAFE\xCC\x81");
+    writeFile("CAFE\xCC\x81/Notes.TXT", "notes");
+    makeDirectory("d\xFF");
+    writeFile("d\xFF/a\xFE.txt", "bytes");
+    makeDirectory("twin");
+    writeFile("twin/Readme", "mixed");
+    writeFile("twin/README", "upper");
+    writeFile("f", "file");
+    std::vector<std::string> const spellings = {
+        "data/readme.TXT", "DATA/sub/FILE", "data/./sub/", "data/../DATA/sub", "data//sub//file", "Data/Sub/File",
+        "data/missing/x", "data/sub/file/x", "x", "", ".", "..", "./data", "caf\xC3\xA9/notes.txt",
+        "D\xFF/A\xFE.TXT", "twin/readme", "f/x", "data/", "data/sub/..", "DATA\\SUB", "./", "data/sub/./file2",
+        "//data//sub", "data/sub/", std::string("Data/Sub") + '\0' + "x/file", std::string("data") + '\0',
+    };
+    ASSERT_EQ(::chdir(scratch.c_str()), 0);
+    for (std::string const& spelling : spellings) {
+        for (std::string const& given : {spelling, at(spelling)}) {
+            for (bool checkAll : {false, true}) {
+                Path const path(given);
+                Path const expected = referenceSimilarName(path, checkAll);
+                Path const found = fs::findSimilarName(path, checkAll);
+                EXPECT_EQ(found.string(), expected.string()) << given << " checkAll " << checkAll;
+                EXPECT_EQ(found.nativeString(), expected.nativeString()) << given << " checkAll " << checkAll;
+                Path corrected = path;
+                EXPECT_EQ(fs::correctFileCaseAndComposition(corrected, checkAll), !expected.empty()) << given;
+                EXPECT_EQ(corrected.nativeString(), expected.empty() ? path.nativeString() : expected.nativeString())
+                    << given << " checkAll " << checkAll;
+            }
+        }
+    }
+    // The root and the working directory's parents, absolute.
+    for (std::string const& given : {std::string("/"), scratch + "/..", std::string("/tmp/../") + "TMP"}) {
+        for (bool checkAll : {false, true}) {
+            EXPECT_EQ(fs::findSimilarName(Path(given), checkAll).nativeString(),
+                      referenceSimilarName(Path(given), checkAll).nativeString())
+                << given << " checkAll " << checkAll;
+        }
+    }
+}
+
+TEST_F(NameCorrection, ALongPathOfTwentyThousandPartsIsCorrectedAsFarAsItCanBeListedInLittleMemory)
+{
+    // "AB" directories as deep as paths reach, and one more below them. The
+    // path asks for "ab" 20,000 times (60 KB): every "AB" is found in its
+    // parent's listing, including the one that no path reaches; below it
+    // nothing can be listed, so the remaining names are kept as given.
+    DeepChain const chain(scratch, "AB", true);
+    ASSERT_TRUE(chain.made);
+    int const parts = 20000;
+    std::string const given = scratch + repeated("/ab", parts);
+    ASSERT_GE(given.size(), 60000u);
+    std::string const expected = scratch + repeated("/AB", chain.depth + 1) + repeated("/ab", parts - chain.depth - 1);
+    for (int call = 0; call < 4; ++call) {
+        bool const checkAll = (call % 2) == 1;
+        ChildMeasure const measure = measureInChild([&] {
+            Path path(given);
+            if (call < 2)
+                return fs::findSimilarName(path, checkAll).nativeString() == expected ? 0 : 1;
+            if (!fs::correctFileCaseAndComposition(path, checkAll))
+                return 2;
+            return path.nativeString() == expected ? 0 : 3;
+        });
+        char const* const what = call < 2 ? "findSimilarName" : "correctFileCaseAndComposition";
+        EXPECT_EQ(measure.exitStatus, 0) << what << " checkAll " << checkAll << ": 1 or 3: another path; 2: false; "
+                                         << kChildDidNotExit << ": the child died; " << kBodyThrew << ": out of memory";
+        EXPECT_GE(measure.peakGrowthKiB, 0) << what << " checkAll " << checkAll;
+        EXPECT_LT(measure.peakGrowthKiB, kMemoryBoundKiB + kSanitizerHeldKiB) << what << " checkAll " << checkAll;
+    }
+}
+
+TEST_F(NameCorrection, WalksOfAnyDepthRunOnASmallMachineStack)
+{
+    // On a thread with a 256 KiB stack, in a child so that an overflow shows as
+    // a failure: a real chain as deep as paths reach, asked for in another
+    // letter case, and a path of 30,000 parts reaching one level beyond it.
+    makeDirectory("real");
+    DeepChain const real(at("real"), "D", false);
+    ASSERT_TRUE(real.made);
+    std::string const givenReal = at("real") + repeated("/d", real.depth);
+    std::string const expectedReal = at("real") + repeated("/D", real.depth);
+    makeDirectory("beyond");
+    DeepChain const beyond(at("beyond"), "E", true);
+    ASSERT_TRUE(beyond.made);
+    int const parts = 30000;
+    std::string const givenBeyond = at("beyond") + repeated("/e", parts);
+    std::string const expectedBeyond = at("beyond") + repeated("/E", beyond.depth + 1) + repeated("/e", parts - beyond.depth - 1);
+    int const result = runInChild([&] {
+        return runOnSmallStack([&] {
+            std::vector<bool> checks;
+            for (bool checkAll : {false, true}) {
+                checks.push_back(fs::findSimilarName(Path(givenReal), checkAll).nativeString() == expectedReal);
+                checks.push_back(fs::findSimilarName(Path(givenBeyond), checkAll).nativeString() == expectedBeyond);
+                Path corrected(givenReal);
+                checks.push_back(fs::correctFileCaseAndComposition(corrected, checkAll)
+                                 && corrected.nativeString() == expectedReal);
+                Path correctedBeyond(givenBeyond);
+                checks.push_back(fs::correctFileCaseAndComposition(correctedBeyond, checkAll)
+                                 && correctedBeyond.nativeString() == expectedBeyond);
+            }
+            for (std::size_t i = 0; i < checks.size(); ++i) {
+                if (!checks[i])
+                    return static_cast<int>(i) + 1;
+            }
+            return 0;
+        });
+    });
+    EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
+                         << ": no thread; " << kBodyThrew << ": out of memory; else the index of the wrong answer";
 }
 
 } // namespace

@@ -188,6 +188,21 @@ TEST_F(Removal, RemoveAllInDirOfAFileListsNothingAndFails)
     EXPECT_EQ(readWholeFile(at("file")), "x");
 }
 
+TEST_F(Removal, RemoveAllInDirCalledOnALinkToADirectoryEmptiesWhatItNamesAndFails)
+{
+    makeDirectory("target");
+    makeDirectory("target/inner");
+    writeFile("target/inner/f", "f");
+    writeFile("target/g", "g");
+    makeLink(at("target"), "link");
+    // Called directly, the link at the top is followed; the link itself is
+    // no directory, so its rmdir fails and both stay.
+    EXPECT_FALSE(fs::removeAllInDir(Path(at("link"))));
+    EXPECT_TRUE(isLinkOnDisk(at("link")));
+    EXPECT_TRUE(isDirectoryOnDisk(at("target")));
+    EXPECT_TRUE(namesIn(at("target")).empty());
+}
+
 TEST_F(Removal, RemoveAllInDirEmptiesAndRemovesATree)
 {
     makeDirectory("d");

@@ -208,6 +208,48 @@ TEST_F(TemporaryDirectoryTest, AUnicodePrefixIsWrittenInUTF8)
         << candidate.filename().nativeString();
 }
 
+TEST_F(TemporaryDirectoryTest, APrefixHoldingANulGivesANameAtOnceAndMakesAndDeletesNothing)
+{
+    // The system reads a name up to its first NUL, so every candidate would
+    // read as the existing "pre" (or as the base itself): such a candidate
+    // names no file and is free at once. The directory object then makes
+    // nothing, and its destructor deletes nothing, not even with an age limit
+    // of zero for the sweep.
+    makeDirectory("pre");
+    writeFile("pre/keep", "kept");
+    makeDirectory("pre/fix1");
+    writeFile("prefix1", "sibling");
+    std::set<std::string> const before = nameSetIn(scratch);
+    std::string const base = scratch;
+    int const result = runInChild([&] {
+        ::alarm(10); // a child that keeps drawing names dies here
+        std::vector<bool> checks;
+        for (std::u32string const& text : {std::u32string(U"pre") + U'\0' + U"fix", std::u32string(1, U'\0') + U"x"}) {
+            String const prefix(text);
+            std::string expectedStart = base + "/";
+            expectedStart += prefix.toUTF8String();
+            Path const candidate = TemporaryDirectory::makeUniqueTemporaryDirectory(Path(base), prefix);
+            checks.push_back(candidate.nativeString().compare(0, expectedStart.size(), expectedStart) == 0);
+            {
+                TemporaryDirectory const directory(prefix, microseconds(0));
+                std::string const current = getTemporaryDirectory().nativeString();
+                checks.push_back(current.compare(0, expectedStart.size(), expectedStart) == 0);
+            }
+            checks.push_back(getTemporaryDirectory().nativeString() == base);
+        }
+        for (std::size_t i = 0; i < checks.size(); ++i) {
+            if (!checks[i])
+                return static_cast<int>(i) + 1;
+        }
+        return 0;
+    });
+    EXPECT_EQ(result, 0) << kelvo::testing::kChildDidNotExit << ": the child hung (killed by its alarm) or died";
+    EXPECT_EQ(nameSetIn(scratch), before);
+    EXPECT_EQ(nameSetIn(at("pre")), (std::set<std::string>{"fix1", "keep"}));
+    EXPECT_EQ(kelvo::testing::readWholeFile(at("pre/keep")), "kept");
+    EXPECT_EQ(kelvo::testing::readWholeFile(at("prefix1")), "sibling");
+}
+
 // ---- the directory's life ------------------------------------------------------------------
 
 TEST_F(TemporaryDirectoryTest, APrefixedDirectoryIsCurrentForItsLifetimeAndThenDeleted)

@@ -1,12 +1,16 @@
 // Tests of the kelvo-fs file commands (mkdir, rm, rm-matching, cp, mv, ln, cmp, cmp-tree): each run as a process, its effect on disk, output and exit status checked.
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
+#include "support/ResourceProbes.h"
 #include "support/ScratchDirectory.h"
 #include "support/ToolRunner.h"
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -66,6 +70,59 @@ int runBounded(unsigned seconds, std::function<int()> const& body)
     return WEXITSTATUS(status);
 }
 
+/// What a run of the tool from a measuring child gave.
+struct MeasuredRun {
+    int exitStatus = -1;      ///< the tool's exit status, -1 when unknown
+    long long peakKiB = -1;   ///< the tool's peak resident size, in KiB
+    std::string err;          ///< what it wrote to its standard error
+};
+
+/// Runs the tool with `arguments` as `settings` say from a forked child whose
+/// only child it is, with the child's address space capped, so that the
+/// child's view of its children's peak resident size is the tool's alone.
+MeasuredRun runMeasured(std::vector<std::string> const& arguments, RunSettings const& settings)
+{
+    MeasuredRun measured;
+    int channel[2];
+    if (::pipe(channel) != 0)
+        return measured;
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::close(channel[0]);
+        capAddressSpace();
+        ToolRun const run = runTool(arguments, settings);
+        long long const peak = childrenPeakResidentKiB();
+        bool ok = ::write(channel[1], &peak, sizeof peak) == static_cast<ssize_t>(sizeof peak)
+               && ::write(channel[1], &run.exitStatus, sizeof run.exitStatus) == static_cast<ssize_t>(sizeof run.exitStatus)
+               && ::write(channel[1], run.err.data(), run.err.size()) == static_cast<ssize_t>(run.err.size());
+        ::_exit(ok ? 0 : 1);
+    }
+    ::close(channel[1]);
+    if (child < 0) {
+        ::close(channel[0]);
+        return measured;
+    }
+    std::string received;
+    char buffer[4096];
+    for (ssize_t got; (got = ::read(channel[0], buffer, sizeof buffer)) != 0;) {
+        if (got < 0) {
+            if (errno == EINTR)
+                continue;
+            break;
+        }
+        received.append(buffer, static_cast<std::size_t>(got));
+    }
+    ::close(channel[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (received.size() >= sizeof measured.peakKiB + sizeof measured.exitStatus) {
+        std::memcpy(&measured.peakKiB, received.data(), sizeof measured.peakKiB);
+        std::memcpy(&measured.exitStatus, received.data() + sizeof measured.peakKiB, sizeof measured.exitStatus);
+        measured.err = received.substr(sizeof measured.peakKiB + sizeof measured.exitStatus);
+    }
+    return measured;
+}
+
 TEST_F(ToolFileCommands, EveryCommandHasHelp)
 {
     for (char const* command : {"mkdir", "rm", "rm-matching", "cp", "mv", "ln", "cmp", "cmp-tree"}) {
@@ -100,6 +157,46 @@ TEST_F(ToolFileCommands, MkdirMakesOneLevelAndWithPTheChain)
     EXPECT_EQ(run({"mkdir", "a"}).exitStatus, 0); // already there
     EXPECT_EQ(run({"mkdir"}).exitStatus, 2);
     EXPECT_EQ(run({"mkdir", "-q", "b"}).exitStatus, 2);
+}
+
+TEST_F(ToolFileCommands, MkdirPOfALongPathMakesWhatTheSystemAllowsInLittleMemory)
+{
+    // 20,000 parts, 60 KB: the levels whose relative paths the system accepts
+    // are made, the first it refuses ends the run with its reason. The tool's
+    // peak memory is compared with that of a run on a short path.
+    std::string relative = "ab";
+    for (int part = 1; part < 20000; ++part)
+        relative += "/ab";
+    ASSERT_GE(relative.size(), 59999u);
+    // The deepest levels are out of reach of absolute paths, so the fixture
+    // could not remove them: removed at the end through relative ones.
+    struct RemovedThroughRelativePaths {
+        std::string directory;
+        ~RemovedThroughRelativePaths()
+        {
+            if (::chdir(directory.c_str()) == 0)
+                removeTree("ab");
+        }
+    } const cleanup{at("work")};
+    MeasuredRun const shortRun = runMeasured({"mkdir", "-p", "s/t"}, RunSettings(at("work")));
+    EXPECT_EQ(shortRun.exitStatus, 0) << shortRun.err;
+    MeasuredRun const longRun = runMeasured({"mkdir", "-p", relative}, RunSettings(at("work")));
+    EXPECT_EQ(longRun.exitStatus, 1) << longRun.err.substr(0, 200);
+    std::string const errEnd = longRun.err.substr(longRun.err.size() > 200 ? longRun.err.size() - 200 : 0);
+    EXPECT_TRUE(contains(longRun.err, std::strerror(ENAMETOOLONG))) << errEnd;
+    ASSERT_GT(shortRun.peakKiB, 0);
+    ASSERT_GT(longRun.peakKiB, 0);
+    long long const boundKiB = 64 * 1024 + kSanitizerHeldKiB;
+    EXPECT_LT(longRun.peakKiB - shortRun.peakKiB, boundKiB)
+        << "short run " << shortRun.peakKiB << " KiB, long run " << longRun.peakKiB << " KiB";
+    // Every level whose relative path the system accepts, and nothing below.
+    ASSERT_EQ(::chdir(at("work").c_str()), 0);
+    std::string level = "ab";
+    int depth = 1;
+    for (; level.size() + 3 < PATH_MAX; level += "/ab", ++depth)
+        ASSERT_TRUE(isDirectoryOnDisk(level)) << "level " << depth;
+    EXPECT_TRUE(isDirectoryOnDisk(level)) << "level " << depth;
+    EXPECT_TRUE(namesIn(level).empty()) << "level " << depth;
 }
 
 TEST_F(ToolFileCommands, RmRemovesFilesAndWithRTreesAndSaysWhyItRefuses)

@@ -6,20 +6,22 @@
 
 #include "TreeWalk.h"
 
+#include <optional>
 #include <vector>
 
 namespace kelvo::filesystem::detail {
 
 /// Copies as `copyDirectory(from, to, recursive)` does, with the same result.
 /// When `copiedSource` is given, it receives the device and inode of the
-/// directory the copy listed as `from` (left alone when `from` was never
-/// opened), so that a caller can later act on that very directory. When
+/// directory the copy listed as `from` (left empty when `from` was never
+/// opened), so that a caller (a move) can later delete that very directory
+/// and no other. When
 /// `unreadable` is given, the path of every directory (as the status
 /// classification calls it, so sockets and block devices too) that the copy
 /// had to list and could not is appended to it, `from` included.
 /// @returns as `copyDirectory`.
-bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive, ObjectIdentity* copiedSource,
-                            std::vector<Path>* unreadable);
+bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive,
+                            std::optional<ObjectIdentity>* copiedSource, std::vector<Path>* unreadable);
 
 } // namespace kelvo::filesystem::detail
 

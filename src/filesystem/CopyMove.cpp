@@ -5,6 +5,7 @@
 #include "CopyInternal.h"
 #include "PathInternal.h"
 #include "SourceReading.h"
+#include "TreeRemoval.h"
 #include "TreeWalk.h"
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
@@ -14,6 +15,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_set>
 
@@ -154,7 +156,7 @@ public:
     {
     }
 
-    bool run(char const* fromNative, char const* toNative, ObjectIdentity* copiedSource);
+    bool run(char const* fromNative, char const* toNative, std::optional<ObjectIdentity>* copiedSource);
 
 private:
     bool copyEntry(char const* name, ListedKind kind);
@@ -188,7 +190,7 @@ void TreeCopy::reportUnreadable(char const* name)
     unreadable->push_back(std::move(path));
 }
 
-bool TreeCopy::run(char const* fromNative, char const* toNative, ObjectIdentity* copiedSource)
+bool TreeCopy::run(char const* fromNative, char const* toNative, std::optional<ObjectIdentity>* copiedSource)
 {
     if (!source.open(posix::kWorkingDirectory, fromNative, true)) {
         // A directory that cannot be opened lists nothing: its copy is the
@@ -310,8 +312,8 @@ bool TreeCopy::copySubdirectory(std::string const& name, bool followLink)
 
 namespace detail {
 
-bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive, ObjectIdentity* copiedSource,
-                            std::vector<Path>* unreadable)
+bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive,
+                            std::optional<ObjectIdentity>* copiedSource, std::vector<Path>* unreadable)
 {
     char const* fromNative = PathNativeAccess::cStringForChange(from);
     char const* toNative = PathNativeAccess::cStringForChange(to);
@@ -415,10 +417,12 @@ bool move(Path const& from, Path const& to)
         return true;
     if (PathNativeAccess::cStringForChange(from) == nullptr || PathNativeAccess::cStringForChange(to) == nullptr)
         return false;
+    // The directory the copy listed, if it listed one.
+    std::optional<detail::ObjectIdentity> copiedDirectory;
     bool copied;
     switch (status(from).getType()) {
     case FileType::directory:
-        copied = copyDirectory(from, to, true);
+        copied = detail::copyDirectoryReporting(from, to, true, &copiedDirectory, nullptr);
         break;
     case FileType::symbolicLink:
         copied = copySymbolicLink(from, to, true); // not reached, as for copy
@@ -429,9 +433,18 @@ bool move(Path const& from, Path const& to)
     }
     if (!copied)
         return false;
-    if (symbolicLinkStatus(from).getType() == FileType::directory)
-        return removeAllInDir(from);
-    return remove(from);
+    // The source is deleted only as the directory that was copied: one that
+    // another directory or a link has taken the place of since the copy is
+    // left alone (false), and the final name is never followed, so that a
+    // link put there cannot lead the deletion out of the source.
+    char const* fromNative = PathNativeAccess::cStringForChange(from);
+    posix::ObjectInformation information;
+    if (!posix::statAt(posix::kWorkingDirectory, fromNative, false, information) || !isDirectoryMode(information.mode))
+        return remove(from);
+    detail::ObjectIdentity const found = detail::identityOf(information);
+    if (copiedDirectory && *copiedDirectory != found)
+        return false;
+    return detail::removeTreeOf(fromNative, found);
 }
 
 } // namespace kelvo::filesystem

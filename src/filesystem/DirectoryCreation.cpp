@@ -1,6 +1,7 @@
 // Directory creation: one level with checks, one level bare, and a whole chain of missing parents.
 #include <kelvo/filesystem/Operations.h>
 
+#include "ParentChain.h"
 #include "PathInternal.h"
 #include "filesystem/posix/Tree.h"
 
@@ -18,20 +19,24 @@ bool makeDirectory(char const* native)
 
 // The walk up ends at an ancestor that exists, or at an empty parent (the
 // parent of a one-element relative path), which stands for the working
-// directory; then the missing directories are made top-most first.
-bool createChain(Path const& path, char const* native)
+// directory; then the missing directories are made top-most first. A loop over
+// the chain of parents, each a leading piece of the path: no recursion, no
+// copies, so a path of any depth costs time and memory linear in its length.
+// Every parent's native form is a piece of the path's, which holds no NUL.
+bool createChain(Path const& path)
 {
-    Path const parent = path.parentPath();
-    if (!parent.empty() && !exists(parent)) {
-        char const* parentNative = PathNativeAccess::cStringForChange(parent);
-        if (parentNative == nullptr || !createChain(parent, parentNative))
+    detail::ParentChain chain(path);
+    std::size_t top = 0;
+    while (!chain.isEmpty(top + 1) && !chain.exists(top + 1))
+        ++top;
+    for (std::size_t level = top + 1; level-- > 0;) {
+        // A final "." or ".." names no new directory: the chain above it is made.
+        if (chain.filenameIsDotOrDotDot(level))
+            continue;
+        if (!chain.withNative(level, makeDirectory))
             return false;
     }
-    // A final "." or ".." names no new directory: the chain above it is made.
-    kelvo::unicode::String const name = path.filename().string();
-    if (name.size() <= 2 && !name.empty() && name[0] == U'.' && (name.size() == 1 || name[1] == U'.'))
-        return true;
-    return makeDirectory(native);
+    return true;
 }
 
 } // namespace
@@ -62,13 +67,13 @@ bool createDirectories(Path const& path)
         return false;
     if (exists(path))
         return true;
-    return createChain(path, native);
+    return createChain(path);
 }
 
 bool createDirectoriesValidated(Path const& path)
 {
     char const* native = PathNativeAccess::cStringForChange(path);
-    return native != nullptr && createChain(path, native);
+    return native != nullptr && createChain(path);
 }
 
 } // namespace kelvo::filesystem

@@ -1,6 +1,7 @@
 // Taking a path apart: root name and directory, relative and parent paths, file name, stem and extension.
 #include <kelvo/filesystem/Path.h>
 
+#include "ParentChain.h"
 #include "PathInternal.h"
 
 namespace kelvo::filesystem {
@@ -24,22 +25,7 @@ struct Piece {
 Path pathOf(Path const& source, Piece piece) { return PathNativeAccess::fromPiece(source, piece.first, piece.size); }
 
 // The parent of `s` is always a prefix of it: its length.
-std::size_t parentLength(String const& s) noexcept
-{
-    if (s.empty() || (s.size() == 1 && s[0] == kSeparator))
-        return 0;
-    String::size_type const p = s.find_last_of(kSeparator);
-    if (p == String::npos)
-        return 0;
-    // A trailing separator counts as an element "." whose parent is the text
-    // before it, which is what the last separator's position gives here too.
-    if (p == 0)
-        return 1;
-    std::size_t r = p;
-    while (r >= 2 && s[r - 1] == kSeparator)
-        --r;
-    return r;
-}
+std::size_t parentLength(String const& s) noexcept { return detail::parentLength(s.data(), s.size()); }
 
 Piece getFilename(String const& s) noexcept
 {

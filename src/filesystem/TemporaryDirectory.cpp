@@ -6,6 +6,7 @@
 #include <kelvo/filesystem/private/TemporaryDirectoryStack.h>
 
 #include "FileAge.h"
+#include "PathInternal.h"
 #include "RandomNumber.h"
 
 #include <string>
@@ -102,10 +103,15 @@ Path TemporaryDirectory::get() const
 Path TemporaryDirectory::makeUniqueTemporaryDirectory(Path const& base, String const& prefix)
 {
     std::string const start = prefix.toUTF8String();
-    // A fresh draw on every attempt, with no limit on attempts.
+    // A fresh draw on every attempt, with no limit on attempts: the loop ends
+    // only on a free name, which some draw finds unless every one of the 2^32
+    // names is taken.
     for (;;) {
         Path candidate = base / Path(start + std::to_string(detail::drawRandomNumber()));
-        if (!exists(candidate))
+        // A name holding a NUL byte names no file, so none exists: asking the
+        // system would test the shorter name before the NUL instead, and if
+        // that one is taken every draw would be too.
+        if (PathNativeAccess::cStringForChange(candidate) == nullptr || !exists(candidate))
             return candidate;
     }
 }

@@ -108,16 +108,20 @@ Entered DirectoryStack::enter(char const* name, bool follow)
 }
 
 // Closes the descriptor of the highest level below the top that still holds
-// one. Held descriptors are always the lowest levels, one unbroken run down
-// to the current one (entering adds at the bottom, leaving reopens the
-// parent before closing the current level), so that level is found by count,
-// at any depth in constant time.
+// one. Held descriptors are always the lowest `held` levels (entering adds
+// one at the bottom, leaving takes the bottom one and reopens at most the
+// level right above it), so that level is found at once, not by a search
+// that would make a deep walk quadratic.
 void DirectoryStack::closeOldest()
 {
-    std::size_t const level = levels.size() - held;
-    posix::closeObject(levels[level].descriptor);
-    levels[level].descriptor = -1;
-    --held;
+    if (held == 0)
+        return;
+    Level& oldest = levels[levels.size() - held];
+    if (oldest.descriptor >= 0) {
+        posix::closeObject(oldest.descriptor);
+        oldest.descriptor = -1;
+        --held;
+    }
 }
 
 bool DirectoryStack::leave()

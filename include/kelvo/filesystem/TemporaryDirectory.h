@@ -113,6 +113,14 @@ public:
     /// unsigned 32-bit number in decimal that did not exist when it was
     /// checked. Nothing is created, so another process may take the name
     /// before the caller does.
+    ///
+    /// Draws a fresh number until the name is free, with no limit on the
+    /// number of attempts: the call returns only with a free name, so it
+    /// would not return while every name it can draw is taken. A path whose
+    /// native form holds a NUL byte names no file, so such a candidate (a
+    /// `prefix` or `base` holding U+0000) is free at once; `createDirectories`
+    /// and `removeAll` then refuse it, so a `TemporaryDirectory` made with such
+    /// a prefix creates and deletes nothing.
     static Path makeUniqueTemporaryDirectory(Path const& base, kelvo::unicode::String const& prefix);
 
 private:

@@ -1,4 +1,4 @@
-// POSIX wrappers for status, listing, file locks, streams and the current directory; generic UNIX code only, variants fenced by feature probes.
+// POSIX wrappers for status, listing, file locks, the file mutex's lock file, streams and the current directory; generic UNIX code only, variants fenced by feature probes.
 #include "filesystem/posix/System.h"
 
 #include <cerrno>
@@ -121,6 +121,56 @@ bool lockDescriptor(int descriptor, int operation) noexcept
 }
 
 void closeDescriptor(int descriptor) noexcept { ::close(descriptor); }
+
+LockFileOpenResult openLockFile(char const* path, LockFileOpening opening, int& descriptor) noexcept
+{
+    int const always = O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    int flags = always | O_RDONLY;
+    if (opening == LockFileOpening::createNew)
+        flags = always | O_RDWR | O_CREAT | O_EXCL;
+    else if (opening == LockFileOpening::existingForWriting)
+        flags = always | O_WRONLY;
+    int const opened = ::open(path, flags, 0666);
+    if (opened != -1) {
+        descriptor = opened;
+        return LockFileOpenResult::opened;
+    }
+    if (errno == EEXIST)
+        return LockFileOpenResult::alreadyExists;
+    return errno == ENOENT ? LockFileOpenResult::absent : LockFileOpenResult::refused;
+}
+
+namespace {
+
+void describe(struct stat const& st, LockFileInformation& information) noexcept
+{
+    information.identity.device = static_cast<std::uint64_t>(st.st_dev);
+    information.identity.inode = static_cast<std::uint64_t>(st.st_ino);
+    information.kind = S_ISREG(st.st_mode) ? LockFileKind::regular
+        : S_ISDIR(st.st_mode)              ? LockFileKind::directory
+                                           : LockFileKind::special;
+    information.size = static_cast<std::int64_t>(st.st_size);
+}
+
+} // namespace
+
+bool describeOpenLockFile(int descriptor, LockFileInformation& information) noexcept
+{
+    struct stat st;
+    if (::fstat(descriptor, &st) != 0)
+        return false;
+    describe(st, information);
+    return true;
+}
+
+bool describeLockFile(char const* path, LockFileInformation& information) noexcept
+{
+    struct stat st;
+    if (!statPath(path, true, st))
+        return false;
+    describe(st, information);
+    return true;
+}
 
 std::FILE* openStream(char const* path, char const* mode) noexcept
 {

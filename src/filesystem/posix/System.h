@@ -1,4 +1,4 @@
-// The operating-system calls behind status, listing, file locks, streams and the current directory: thin POSIX wrappers.
+// The operating-system calls behind status, listing, file locks, the file mutex's lock file, streams and the current directory: thin POSIX wrappers.
 #ifndef KELVO_SRC_FILESYSTEM_POSIX_SYSTEM_H
 #define KELVO_SRC_FILESYSTEM_POSIX_SYSTEM_H
 
@@ -85,6 +85,65 @@ bool lockDescriptor(int descriptor, int operation) noexcept;
 /// Closes `descriptor` with `close`, once: never retried, since after an
 /// interrupted close the number may already belong to another thread's file.
 void closeDescriptor(int descriptor) noexcept;
+
+/// How `openLockFile` opens a lock file. Every way opens without waiting (so
+/// that a FIFO at the path never blocks the open), close-on-exec, and never
+/// makes the file a controlling terminal.
+enum class LockFileOpening {
+    createNew,          ///< creates it for reading and writing, mode 0666 less the umask; fails when anything is at the path, a dangling link included
+    existingForReading, ///< opens what is there, following a final link, for reading
+    existingForWriting, ///< opens what is there, following a final link, for writing only, leaving its content as it is
+};
+
+/// What one `openLockFile` gave.
+enum class LockFileOpenResult {
+    opened,        ///< the descriptor is open
+    alreadyExists, ///< `createNew` found something at the path
+    absent,        ///< the file, or a directory on the way to it, is missing; or a final link names nothing
+    refused,       ///< any other failure: no permission, a socket at the path, too many links
+};
+
+/// Opens the lock file `path` with one `open`, as `opening` says.
+/// @returns `opened` and sets `descriptor` on success; otherwise the reason,
+/// leaving `descriptor` as it was.
+LockFileOpenResult openLockFile(char const* path, LockFileOpening opening, int& descriptor) noexcept;
+
+/// The device and inode numbers that name one object on the system.
+struct FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+};
+
+inline bool operator==(FileIdentity const& left, FileIdentity const& right) noexcept
+{
+    return left.device == right.device && left.inode == right.inode;
+}
+
+inline bool operator!=(FileIdentity const& left, FileIdentity const& right) noexcept { return !(left == right); }
+
+/// What a lock file is, as far as holding a few bytes goes.
+enum class LockFileKind {
+    regular,   ///< a regular file
+    directory, ///< a directory
+    special,   ///< a FIFO, a socket, or a character or block device: reading or writing it may wait for a peer
+};
+
+/// What `describeOpenLockFile` and `describeLockFile` read of a lock file.
+struct LockFileInformation {
+    FileIdentity identity;
+    LockFileKind kind = LockFileKind::regular;
+    std::int64_t size = 0; ///< `st_size`, in bytes
+};
+
+/// Reads the identity, kind and size of the open `descriptor` with `fstat`.
+/// @returns true and fills `information` on success; false on failure.
+bool describeOpenLockFile(int descriptor, LockFileInformation& information) noexcept;
+
+/// Reads the identity, kind and size of `path`, following a final link, with
+/// `stat`.
+/// @returns true and fills `information` on success; false on failure (a
+/// missing file, a link to nothing).
+bool describeLockFile(char const* path, LockFileInformation& information) noexcept;
 
 /// Opens `path` as a C stream with `fopen` and the unchecked `mode`.
 /// @returns the stream, or null on failure.
