@@ -37,8 +37,9 @@ int openSource(int directory, char const* name, int extraFlags, posix::ObjectInf
     }
     if (descriptor < 0)
         return -1;
-    if (!posix::statDescriptor(descriptor, information)
-        || (isRegular(information.mode) && !posix::setNonBlocking(descriptor, false))) {
+    // A regular file keeps the non-blocking flag: it changes nothing for
+    // reads of regular files, and taking it off would cost two calls a file.
+    if (!posix::statDescriptor(descriptor, information)) {
         int const saved = errno;
         posix::closeObject(descriptor);
         errno = saved;

@@ -22,8 +22,9 @@ inline constexpr int kQuietMilliseconds = 1000;
 
 /// Opens `name` relative to `directory` for reading, with `extraFlags`
 /// (`O_NOFOLLOW`) added: without waiting for a FIFO's writer and without
-/// taking a terminal as the controlling one. A regular file is then put back
-/// to blocking reads. A socket cannot be opened (ENXIO).
+/// taking a terminal as the controlling one (the non-blocking flag stays:
+/// reads of a regular file do not look at it). A socket cannot be opened
+/// (ENXIO).
 /// @returns the descriptor, with `information` read from it; -1 on failure
 /// (errno from the failing call, nothing left open).
 int openSource(int directory, char const* name, int extraFlags, posix::ObjectInformation& information) noexcept;

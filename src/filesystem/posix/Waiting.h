@@ -1,4 +1,4 @@
-// The operating-system calls behind reading objects that need not end or answer at once (FIFOs, devices): a descriptor's blocking mode and a bounded wait for input, reached through one replaceable table.
+// The operating-system call behind reading objects that need not end or answer at once (FIFOs, devices): a bounded wait for input, reached through a replaceable table.
 #ifndef KELVO_SRC_FILESYSTEM_POSIX_WAITING_H
 #define KELVO_SRC_FILESYSTEM_POSIX_WAITING_H
 
@@ -10,10 +10,6 @@ namespace kelvo::filesystem::posix {
 /// only reads the table; a test may put its own function in place of one and
 /// must put the real one back.
 struct WaitingCalls {
-    /// `fcntl(descriptor, F_GETFL)`.
-    int (*getStatusFlags)(int descriptor);
-    /// `fcntl(descriptor, F_SETFL, flags)`.
-    int (*setStatusFlags)(int descriptor, int flags);
     /// `poll` of `descriptor` alone for input, for at most `milliseconds`:
     /// >0 when it is readable (or hung up), 0 when the time ran out, -1 on failure.
     int (*waitForInput)(int descriptor, int milliseconds);
@@ -24,10 +20,6 @@ WaitingCalls& waitingCalls() noexcept;
 
 /// @returns a table holding the system's own calls, to restore from.
 WaitingCalls const& systemWaitingCalls() noexcept;
-
-/// Turns the non-blocking mode of the open `descriptor` on or off.
-/// @returns true on success (also when it was so already); false on failure.
-bool setNonBlocking(int descriptor, bool nonBlocking) noexcept;
 
 /// What `waitForInput` saw.
 enum class InputWait {
