@@ -57,47 +57,6 @@ enum class ListedKind {
     unknown,      ///< the listing did not say
 };
 
-/// Lists an open directory descriptor, skipping "." and ".."; the listing
-/// owns the descriptor and closes it at the end.
-class DescriptorListing {
-public:
-    /// Takes over `descriptor` (closed here too when the listing cannot start).
-    explicit DescriptorListing(int descriptor) noexcept
-        : stream(descriptor >= 0 ? posix::openDirectoryStream(descriptor) : nullptr)
-    {
-    }
-    DescriptorListing(DescriptorListing const&) = delete;
-    DescriptorListing& operator=(DescriptorListing const&) = delete;
-    ~DescriptorListing()
-    {
-        if (stream != nullptr)
-            posix::closeDirectoryStream(stream);
-    }
-
-    bool isOpen() const noexcept { return stream != nullptr; }
-    /// The listed directory's descriptor, for calls relative to it.
-    int descriptor() const noexcept { return stream != nullptr ? ::dirfd(stream) : -1; }
-
-    /// @returns the next entry, or null at the end, on a read error and when
-    /// the listing never started.
-    dirent const* next() noexcept
-    {
-        if (stream == nullptr)
-            return nullptr;
-        for (;;) {
-            dirent const* entry = posix::readDirectoryStream(stream);
-            if (entry == nullptr)
-                return nullptr;
-            char const* name = entry->d_name;
-            if (!(name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))))
-                return entry;
-        }
-    }
-
-private:
-    DIR* stream;
-};
-
 /// @returns what the listing reported of `entry`'s kind.
 inline ListedKind listedKind(dirent const& entry) noexcept
 {
