@@ -236,10 +236,15 @@ KELVO_FILESYSTEM_API bool rename(Path const& from, Path const& to);
 /// file gets the source's access bits less the umask, an existing one is
 /// truncated and keeps its own mode. No time, owner or other attribute goes
 /// with it.
+/// `from` is opened without waiting on it: a FIFO is read for what its
+/// writer sends (ending after a second without bytes), a device or FIFO at
+/// most 16 MiB far.
 /// @returns true when `to` exists after both files were closed; false when
 /// `failIfExists` is set and `to` exists, when `from` is a directory or
-/// cannot be opened, or when a write fails. A read error ends the copy as the
-/// end of the file does: the shortened copy is reported as a success.
+/// cannot be opened (a socket), when a write fails, or when a device or FIFO
+/// had more than 16 MiB to give (the first 16 MiB stay in `to`). A read
+/// error ends the copy as the end of the file does: the shortened copy is
+/// reported as a success.
 KELVO_FILESYSTEM_API bool copyFile(Path const& from, Path const& to, bool failIfExists);
 
 /// Makes at `to` a link to the canonical path that the link `from` resolves
@@ -280,11 +285,13 @@ KELVO_FILESYSTEM_API bool copy(Path const& from, Path const& to);
 /// failed (the source is untouched) or the removal failed.
 KELVO_FILESYSTEM_API bool move(Path const& from, Path const& to);
 
-/// Compares the contents of two files (following links).
+/// Compares the contents of two files (following links). A device or FIFO
+/// is read as `copyFile` reads it: without waiting on it, at most 16 MiB far.
 /// @returns false when their sizes differ (a missing file has size -1) or
-/// their bytes differ; true when they are the same, and also when the sizes
-/// agree but a file cannot be opened (two missing paths compare equal). A
-/// path whose native form holds a NUL byte counts as missing.
+/// their bytes differ, or when a device or FIFO did not end within 16 MiB;
+/// true when they are the same, and also when the sizes agree but a file
+/// cannot be opened (two missing paths, two sockets compare equal). A path
+/// whose native form holds a NUL byte counts as missing.
 KELVO_FILESYSTEM_API bool compareFiles(Path const& a, Path const& b);
 
 /// Compares two trees: the same names (compared as paths are: ignoring case
