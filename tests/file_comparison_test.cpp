@@ -1,7 +1,7 @@
 // Tests of file and tree comparison: sizes, blocks, unopenable files, names compared as paths, and a safe sort under an ordering that is not strict weak.
 #include <kelvo/filesystem.h>
 
-#include "filesystem/SafeSort.h"
+#include "filesystem/path/SafeSort.h"
 
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"

@@ -2,7 +2,7 @@
 #include <kelvo/filesystem/Path.h>
 #include <kelvo/text/Unicode.h>
 
-#include "filesystem/PathInternal.h"
+#include "filesystem/path/PathInternal.h"
 
 #include <gtest/gtest.h>
 
