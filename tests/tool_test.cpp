@@ -1204,7 +1204,7 @@ TEST_F(ToolTest, DemoTakesTheTourAndRemovesWhatItMade)
         {"  regularFile               19  notes.txt",
          {"  (sorted by exact code points, as listed entries compare: capitals before small letters)"}},
         {"removeAll of the link to a directory: false (a link to a directory is never removed this way)",
-         {"  (by design: removeAll never follows a link and deletes one as remove does, judged by what it names;",
+         {"  (by design: removeAll deletes a link as remove does, judged by what it names, never through it;",
           "   rmdir refuses a link, so the answer is false and neither the link nor its directory is touched)"}},
     };
     for (auto const& [oddLine, explanation] : explained) {

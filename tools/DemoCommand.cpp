@@ -38,7 +38,7 @@ constexpr char kEmptyElementNote[] = "  (by design: separators after the root gi
 constexpr char kListingOrderNote[] =
     "  (sorted by exact code points, as listed entries compare: capitals before small letters)\n";
 constexpr char kLinkRemovalNote[] =
-    "  (by design: removeAll never follows a link and deletes one as remove does, judged by what it names;\n"
+    "  (by design: removeAll deletes a link as remove does, judged by what it names, never through it;\n"
     "   rmdir refuses a link, so the answer is false and neither the link nor its directory is touched)\n";
 
 void printHeading(char const* title)
