@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iostream>
 #include <regex>
+#include <vector>
 
 namespace kelvo::tool {
 
@@ -47,7 +48,9 @@ char const kCopyUsage[] =
     "less the umask. An existing TO is refused unless --overwrite is given. With -r\n"
     "a directory FROM is copied with everything below it into the new directory\n"
     "TO (never into an existing one); a failing entry does not stop the copy.\n"
-    "Exit status 1 when something could not be copied.\n";
+    "Links are followed; a FIFO or device is copied as a file of what it gives,\n"
+    "up to 16 MiB. A directory that cannot be read is named and copied empty.\n"
+    "Exit status 1 when something could not be copied or read.\n";
 
 char const kMoveUsage[] =
     "Usage: kelvo-fs mv FROM TO\n"
@@ -76,9 +79,10 @@ char const kCompareTreesUsage[] =
     "Compare two directory trees.\n"
     "\n"
     "Compares the directory trees A and B: the same names (ignoring letter case\n"
-    "and composition), the same kinds, the same file contents. Exit status 0 when\n"
-    "they are the same, 1 when they differ, 2 when A or B is missing or not a\n"
-    "directory.\n";
+    "and composition), the same kinds, the same file contents. A directory that\n"
+    "cannot be read is named and compared as empty. Exit status 0 when they are\n"
+    "the same, 1 when they differ or a directory could not be read, 2 when A or B\n"
+    "is missing or not a directory.\n";
 
 namespace {
 
@@ -152,6 +156,15 @@ int checkOperands(Invocation const& invocation, std::string const& a, std::strin
         }
     }
     return -1;
+}
+
+/// Names on standard error every directory a tree operation could not read,
+/// with what became of it there.
+void reportUnreadable(Invocation const& invocation, std::vector<Path> const& unreadable, char const* consequence)
+{
+    for (Path const& directory : unreadable)
+        std::cerr << "kelvo-fs " << invocation.name << ": cannot read the directory "
+                  << quoteName(directory.nativeString()) << ": " << consequence << '\n';
 }
 
 int sameOrDifferent(bool same, std::string const& a, std::string const& b)
@@ -229,8 +242,13 @@ int runCopy(Invocation const& invocation)
             return failure(invocation, what + "the source is a directory (use -r)");
         if (fs::exists(to))
             return failure(invocation, what + "the destination exists; a directory is never copied into an existing one");
-        if (!fs::copyDirectory(from, to, true))
+        std::vector<Path> unreadable;
+        bool const copied = fs::copyDirectory(from, to, true, unreadable);
+        reportUnreadable(invocation, unreadable, "its copy is empty");
+        if (!copied)
             return failure(invocation, what + "some entries could not be copied (the others were)");
+        if (!unreadable.empty())
+            return failure(invocation, what + "some directories could not be read (everything else was copied)");
         return kExitSuccess;
     }
     if (!overwrite && fs::exists(to))
@@ -295,7 +313,13 @@ int runCompareTrees(Invocation const& invocation)
     int const trouble = checkOperands(invocation, operands[0], operands[1], true);
     if (trouble >= 0)
         return trouble;
-    return sameOrDifferent(fs::compareDirectories(Path(operands[0]), Path(operands[1])), operands[0], operands[1]);
+    std::vector<Path> unreadable;
+    bool const same = fs::compareDirectories(Path(operands[0]), Path(operands[1]), unreadable);
+    reportUnreadable(invocation, unreadable, "compared as empty");
+    if (same && !unreadable.empty())
+        return failure(invocation, shown(operands[0]) + " and " + shown(operands[1])
+                                       + " are the same only as far as they could be read");
+    return sameOrDifferent(same, operands[0], operands[1]);
 }
 
 } // namespace kelvo::tool
