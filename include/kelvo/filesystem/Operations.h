@@ -321,8 +321,10 @@ KELVO_FILESYSTEM_API bool copySymbolicLink(Path const& from, Path const& to, boo
 /// files by contents, links as what they name, subdirectories with their
 /// contents when `recursive` is set, else as empty directories. A failing
 /// entry does not stop the copy. Every link met is followed, out of the tree
-/// too; a listed directory swapped for a link while the copy runs is not
-/// (see docs/odd-behaviours.md, 'Copies follow links').
+/// too (see docs/odd-behaviours.md, 'Copies follow links'), but for a link
+/// back to a directory the copy stands in, which fails (see
+/// docs/odd-behaviours.md, 'A link back into the tree is not followed
+/// round'), and a listed directory swapped for a link while the copy runs.
 /// @returns true when every entry was copied; false when `from` is missing or
 /// not a directory, when `to` exists already, or when any entry failed.
 KELVO_FILESYSTEM_API bool copyDirectory(Path const& from, Path const& to, bool recursive);
