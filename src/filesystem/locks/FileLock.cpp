@@ -58,9 +58,10 @@ bool FileLock::lockFile(Path const& path)
     descriptor = posix::openDescriptor(native, kLockOpenFlags);
     if (descriptor == -1)
         return false;
-    // When another holder has the file, the descriptor stays open and stored:
-    // the object then answers yes to a later lockFile, and its destructor
-    // closes it.
+    // Kept: when another holder has the file, the descriptor stays open and
+    // stored, so the object answers yes to a later lockFile and its
+    // destructor closes it (see docs/odd-behaviours.md, 'A FileLock that
+    // failed once reports success ever after').
     return posix::lockDescriptor(descriptor, LOCK_EX | LOCK_NB);
 }
 
@@ -68,8 +69,10 @@ void FileLock::unlockFile()
 {
     if (descriptor == -1)
         return;
-    // The closed number is kept rather than reset, so that a later lockFile
-    // keeps answering yes as it did while the lock was held.
+    // Kept: the closed number stays in the object rather than being reset,
+    // so a later lockFile answers yes without locking (see
+    // docs/odd-behaviours.md, 'A FileLock that failed once reports success
+    // ever after').
     releaseDescriptor(descriptor);
 }
 

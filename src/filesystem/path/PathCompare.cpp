@@ -151,7 +151,10 @@ int compareDecomposed(String const& a, String const& b) noexcept
             fy = lowerASCII(y);
         }
         if (fx != fy)
-            // The raw code points decide the order, not the folded ones.
+            // Kept: the raw code points decide the order, not the folded
+            // ones, so the order is not transitive across letter case (see
+            // docs/odd-behaviours.md, 'The ordering is not transitive across
+            // letter case').
             return x < y ? -1 : 1;
     }
     if (la == lb)
@@ -168,7 +171,9 @@ int compareWithText(Path const& path, String const& other)
     return kelvo_private::filesystem::compare(path.string(), other);
 }
 
-// The == forms normalise the other operand as a path would be.
+// The == forms normalise the other operand as a path would be. Kept: the !=
+// forms compare the text as it stands, backslashes included (see
+// docs/odd-behaviours.md, '== and != disagree about backslashes').
 bool equalsNormalised(Path const& path, String const& other)
 {
     String copy(other);

@@ -60,8 +60,10 @@ FileStatus DirectoryEntry::getStatus() const
 
 FileStatus DirectoryEntry::getSymlinkStatus() const
 {
-    // The stored status, not the stored link status, decides: an entry whose
-    // status is known always answers from what was stored with it.
+    // Kept: the stored status, not the stored link status, decides, so an
+    // entry whose status is known answers from what was stored with it (see
+    // docs/odd-behaviours.md, 'DirectoryEntry::replaceFilename replaces the
+    // whole path').
     if (status.getType() != FileType::none)
         return symlinkStatus;
     if (exists(path))
@@ -157,8 +159,9 @@ bool forEach(Path const& directory, std::function<bool(Path const&)> callback)
 
     DirectoryIterator iterator{Path(directory)};
     DirectoryIterator const end;
-    // Starts from false on purpose: an empty directory answers false, and
-    // true means that something was visited and every answer was yes.
+    // Kept: starts from false, so an empty directory answers false, and true
+    // means that something was visited and every answer was yes (see
+    // docs/odd-behaviours.md, 'forEach of an empty directory returns false').
     bool result = false;
     while (*iterator != *end) {
         DirectoryEntry const entry = *iterator;

@@ -20,9 +20,9 @@ constexpr std::uint32_t kAccessBits = 0777;
 constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
 
 // The kinds are told by single bits of the mode, tried in this order, rather
-// than by the whole kind field. Kept so, with what follows from it (a socket
-// reads as a directory, a regular file seen without following links as a
-// link), because callers have long relied on exactly these answers.
+// than by the whole kind field. Kept: a socket reads as a directory and a
+// regular file seen without following links as a link (see
+// docs/odd-behaviours.md, 'File types are told by single bits').
 FileType classify(std::uint32_t mode, bool useLstat) noexcept
 {
     if ((mode & kDirectoryBit) != 0)
@@ -101,9 +101,10 @@ bool setModificationTime(Path const& path, FileTime const& time)
     if (!posix::getFileInformation(native, true, information))
         return false;
 
-    // The access time keeps its seconds; its sub-second part goes on as the
-    // nanoseconds times 1000 in 32-bit arithmetic, the value this call has
-    // always passed.
+    // Kept: the access time keeps its seconds, and its sub-second part goes
+    // on as the nanoseconds times 1000 in 32-bit arithmetic, which the system
+    // layer passes as 0 when it is out of range (see docs/odd-behaviours.md,
+    // 'setModificationTime keeps only the access time's seconds').
     auto const accessNanoseconds = static_cast<std::uint32_t>(information.accessNanoseconds);
     auto const accessMicroseconds = static_cast<std::int32_t>(accessNanoseconds * 1000u);
 

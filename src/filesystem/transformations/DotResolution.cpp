@@ -62,7 +62,9 @@ Path complete(Path const& path, Path const& base)
 {
     if (path.empty())
         return path;
-    // A relative base gives no error: the path comes back as it was.
+    // Kept: a relative base gives no error, and the path comes back as it was
+    // (see docs/odd-behaviours.md, 'complete with a relative base does
+    // nothing').
     if (!base.isComplete())
         return path;
     if (path.isComplete())

@@ -12,7 +12,8 @@ using kelvo::unicode::String;
 String generateElidedPath(Path const& path, unsigned long maxLength, String const& ellipsis)
 {
     String const& text = PathNativeAccess::text(path);
-    // A path of exactly the width still goes on to be elided.
+    // Kept: a path of exactly the width still goes on to be elided (see
+    // docs/odd-behaviours.md, 'generateElidedPath may exceed the limit').
     if (path.length() < maxLength)
         return text;
 
