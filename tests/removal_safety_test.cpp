@@ -646,6 +646,21 @@ TEST_F(DeepRemoval, RemoveAllInDirOfThirtyThousandLevelsOnASmallStack)
     expectRemovedAsEveryone([](Path const& top) { return fs::removeAllInDir(top); });
 }
 
+TEST_F(DeepRemoval, TemporaryDirectorySweepOfThirtyThousandLevelsOnASmallStack)
+{
+    // The chain is an old leftover of a prefix that is its own name: the
+    // sweep of a new object with that prefix takes it, and the object's own
+    // directory goes with the object.
+    expectRemovedAsEveryone([](Path const& top) {
+        setTemporaryDirectoryInternal(top.parentPath());
+        {
+            TemporaryDirectory const directory{String(top.filename().nativeString().c_str()), std::chrono::hours(-1)};
+        }
+        restoreTemporaryDirectoryInternal();
+        return true;
+    });
+}
+
 // ---- FIFOs, sockets and links to devices ------------------------------------------------
 
 // Nothing in a tree is ever opened for reading or writing: a FIFO with no
