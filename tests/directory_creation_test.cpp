@@ -394,4 +394,32 @@ TEST_F(DirectoryCreation, WalksUnderALimitOfSixtyFourDescriptorsAnswerAsWithoutA
     }
 }
 
+TEST_F(DirectoryCreation, WalksOfAnyDepthRunOnASmallMachineStackForAnUnprivilegedUser)
+{
+    // The same walks as an unprivileged user, in a directory it may write.
+    ASSERT_EQ(::chmod(scratch.c_str(), 0777), 0);
+    std::string const theirs = at("theirs");
+    int const result = runUnprivileged([&] {
+        if (::access(scratch.c_str(), W_OK | X_OK) != 0)
+            return kScratchUnreachable;
+        if (::mkdir(theirs.c_str(), 0777) != 0 || ::mkdir((theirs + "/valid").c_str(), 0777) != 0)
+            return 10;
+        std::string const tooDeep = theirs + repeated("/a", 30000);
+        std::string const deepest = deepestAcceptedChain(theirs + "/valid", "d");
+        return runOnSmallStack([&] {
+            bool const chain = fs::createDirectories(Path(tooDeep));
+            bool const bare = fs::createDirectoriesValidated(Path(tooDeep));
+            bool const valid = fs::createDirectories(Path(deepest));
+            return firstFailure({!chain, !bare, valid});
+        });
+    });
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
+                         << ": no thread; " << kBodyThrew << ": out of memory; 10: no directory to work in; "
+                         << "else the index of the wrong answer";
+    EXPECT_TRUE(madeUpToTheLimit(theirs, "a"));
+    EXPECT_TRUE(madeUpToTheLimit(theirs + "/valid", "d"));
+}
+
 } // namespace

@@ -511,4 +511,48 @@ TEST_F(NameCorrection, WalksUnderALimitOfSixtyFourDescriptorsAnswerAsWithoutALim
                          << ": the child died; else the index plus one of the answer that changed";
 }
 
+TEST_F(NameCorrection, WalksOfAnyDepthRunOnASmallMachineStackForAnUnprivilegedUser)
+{
+    // The walks of 30,000 parts as an unprivileged user, who may list the
+    // chains but own none of them.
+    ASSERT_EQ(::chmod(scratch.c_str(), 0755), 0);
+    makeDirectory("real");
+    DeepChain const real(at("real"), "D", false);
+    ASSERT_TRUE(real.made);
+    makeDirectory("beyond");
+    DeepChain const beyond(at("beyond"), "E", true);
+    ASSERT_TRUE(beyond.made);
+    std::string const givenReal = at("real") + repeated("/d", real.depth);
+    std::string const expectedReal = at("real") + repeated("/D", real.depth);
+    int const parts = 30000;
+    std::string const givenBeyond = at("beyond") + repeated("/e", parts);
+    std::string const expectedBeyond = at("beyond") + repeated("/E", beyond.depth + 1) + repeated("/e", parts - beyond.depth - 1);
+    int const result = runUnprivileged([&] {
+        if (::access(scratch.c_str(), R_OK | X_OK) != 0)
+            return kScratchUnreachable;
+        return runOnSmallStack([&] {
+            std::vector<bool> checks;
+            for (bool checkAll : {false, true}) {
+                checks.push_back(fs::findSimilarName(Path(givenReal), checkAll).nativeString() == expectedReal);
+                checks.push_back(fs::findSimilarName(Path(givenBeyond), checkAll).nativeString() == expectedBeyond);
+                Path corrected(givenReal);
+                checks.push_back(fs::correctFileCaseAndComposition(corrected, checkAll)
+                                 && corrected.nativeString() == expectedReal);
+                Path correctedBeyond(givenBeyond);
+                checks.push_back(fs::correctFileCaseAndComposition(correctedBeyond, checkAll)
+                                 && correctedBeyond.nativeString() == expectedBeyond);
+            }
+            for (std::size_t i = 0; i < checks.size(); ++i) {
+                if (!checks[i])
+                    return static_cast<int>(i) + 1;
+            }
+            return 0;
+        });
+    });
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
+                         << ": no thread; " << kBodyThrew << ": out of memory; else the index of the wrong answer";
+}
+
 } // namespace
