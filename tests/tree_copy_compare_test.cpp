@@ -766,6 +766,17 @@ TEST_F(SpecialFiles, EachKindByNameIsMovedAcrossFileSystemsWithoutHanging)
         EXPECT_TRUE(S_ISREG(made.st_mode));
         EXPECT_EQ(made.st_size, std::string(special.made) == "limit" ? kSpecialFileLimit : 0);
     }
+    // A socket is copied as the empty directory its status says it is, but
+    // cannot be deleted as one: the move answers false and leaves both.
+    makeSocket("socket");
+    std::string const socketTo = destinationArea + "/socket";
+    int const result = runBounded(120, [&] { return fs::move(path("socket"), Path(socketTo)) ? 1 : 0; });
+    EXPECT_EQ(result, 0);
+    struct stat left;
+    ASSERT_EQ(::lstat(at("socket").c_str(), &left), 0);
+    EXPECT_TRUE(S_ISSOCK(left.st_mode));
+    EXPECT_TRUE(isDirectoryOnDisk(socketTo));
+    EXPECT_TRUE(namesIn(socketTo).empty());
 }
 
 TEST_F(SpecialFiles, StatusClassifiesSocketsAsDirectoriesAndDevicesByTheirBits)
