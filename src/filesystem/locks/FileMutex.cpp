@@ -134,7 +134,7 @@ public:
     {
         // Closing the only descriptor of the open file lets go of the lock.
         if (descriptor != -1)
-            posix::closeDescriptor(descriptor);
+            posix::closeObject(descriptor);
     }
 
     MutexFileGuard(MutexFileGuard const&) = delete;
@@ -282,7 +282,7 @@ private:
         // names nothing (which the write follows, creating the link's
         // target), there is nothing to lock; otherwise another process
         // removed the file between the two opens.
-        posix::FileInformation linkItself;
+        posix::ObjectInformation linkItself;
         bool const danglingLink = !posix::canStat(native) && posix::getFileInformation(native, false, linkItself);
         if (creation != LockFileOpenResult::alreadyExists || danglingLink) {
             outcome = FileMutexGuard::cannotOpen;
@@ -302,7 +302,7 @@ private:
 
     void close()
     {
-        posix::closeDescriptor(descriptor);
+        posix::closeObject(descriptor);
         descriptor = -1;
         created = false;
     }

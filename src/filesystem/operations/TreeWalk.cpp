@@ -1,11 +1,13 @@
 // The tree walks' shared parts: whole listings of an open directory, and the stack of directories a walk moves through with a bounded number of descriptors.
 #include "filesystem/operations/TreeWalk.h"
 
+#include "filesystem/posix/FailureRecord.h"
+
+#include <cerrno>
+
 namespace kelvo::filesystem::detail {
 
 namespace {
-
-constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY;
 
 bool isDotOrDotDot(char const* name) noexcept
 {
@@ -16,7 +18,7 @@ bool isDotOrDotDot(char const* name) noexcept
 // @returns the descriptor, or -1 (errno from the failing call).
 int openDirectory(int parent, char const* name, bool follow, ObjectIdentity& identity)
 {
-    int const descriptor = posix::openAt(parent, name, kDirectoryFlags | (follow ? 0 : O_NOFOLLOW));
+    int const descriptor = posix::openAt(parent, name, posix::OpenIntent::listDirectory, follow);
     if (descriptor < 0)
         return -1;
     posix::ObjectInformation information;
@@ -81,7 +83,23 @@ bool DirectoryStack::open(int parent, char const* name, bool follow, ObjectIdent
     }
     levels.push_back(Level{std::string(), identity, descriptor, follow});
     onStack.emplace(identity, 0);
+    topPath = name;
     return true;
+}
+
+std::string DirectoryStack::pathOf(char const* name) const
+{
+    std::string path = topPath;
+    auto const append = [&path](char const* step) {
+        if (!path.empty() && path.back() != '/')
+            path += '/';
+        path += step;
+    };
+    for (std::size_t level = 1; level < levels.size(); ++level)
+        append(levels[level].name.c_str());
+    if (name != nullptr)
+        append(name);
+    return path;
 }
 
 long DirectoryStack::levelOf(ObjectIdentity const& identity) const
@@ -94,8 +112,12 @@ Entered DirectoryStack::enter(char const* name, bool follow)
 {
     ObjectIdentity identity;
     int const opened = openDirectory(descriptor(), name, follow, identity);
-    if (opened < 0)
+    if (opened < 0) {
+        int const saved = errno;
+        posix::setFailurePath(pathOf(name));
+        errno = saved;
         return Entered::failed;
+    }
     if (onStack.count(identity) != 0) {
         posix::closeObject(opened);
         return Entered::loop;
@@ -130,9 +152,13 @@ bool DirectoryStack::leave()
         return false;
     std::size_t const parent = levels.size() - 2;
     if (levels[parent].descriptor < 0) {
+        unsigned long const failuresBefore = posix::failureCount();
         int const descriptor = reopen(parent);
-        if (descriptor < 0)
+        if (descriptor < 0) {
+            if (posix::failureCount() != failuresBefore)
+                posix::setFailurePath(pathOf(".."));
             return false;
+        }
         levels[parent].descriptor = descriptor;
         ++held;
     }
