@@ -9,11 +9,6 @@ namespace kelvo::filesystem::detail {
 
 namespace {
 
-bool isDotOrDotDot(char const* name) noexcept
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
-
 // Opens `name` of `parent` as a directory and reads its identity.
 // @returns the descriptor, or -1 (errno from the failing call).
 int openDirectory(int parent, char const* name, bool follow, ObjectIdentity& identity)
@@ -42,23 +37,20 @@ bool Listing::read(int descriptor)
     items.clear();
     // The stream takes a descriptor of its own, so the caller's stays open
     // for the calls relative to it once the stream is closed.
-    DIR* const stream = posix::openDirectoryStream(posix::duplicateDescriptor(descriptor));
+    posix::DirectoryStream* const stream = posix::openDirectoryStream(posix::duplicateDescriptor(descriptor));
     if (stream == nullptr)
         return false;
     // The duplicate shares the original's position, wherever an earlier
     // listing left it.
     posix::rewindDirectoryStream(stream);
-    bool failed = false;
-    while (dirent const* entry = posix::readDirectoryStream(stream, failed)) {
-        char const* name = entry->d_name;
-        if (isDotOrDotDot(name))
-            continue;
-        std::size_t const length = std::char_traits<char>::length(name);
-        items.push_back(Item{names.size(), length, listedKind(*entry)});
-        names.append(name, length + 1); // with its NUL
+    posix::ListedEntry entry;
+    posix::EntryRead read;
+    while ((read = posix::readEntry(stream, entry)) == posix::EntryRead::entry) {
+        items.push_back(Item{names.size(), entry.length, entry.kind});
+        names.append(entry.name, entry.length + 1); // with its NUL
     }
-    posix::closeDirectoryStream(stream);
-    return !failed;
+    posix::closeDirectory(stream);
+    return read == posix::EntryRead::end;
 }
 
 // ---- DirectoryStack ------------------------------------------------------------

@@ -1,4 +1,4 @@
-// Internal helpers of the tree walks: owned descriptors, listings of an open directory that skip "." and "..", the kind bits of a mode, and the stack of open directories a walk moves through with a bounded number of descriptors.
+// Internal helpers of the tree walks: owned descriptors, whole listings of an open directory, and the stack of open directories a walk moves through with a bounded number of descriptors.
 #ifndef KELVO_SRC_FILESYSTEM_TREE_WALK_H
 #define KELVO_SRC_FILESYSTEM_TREE_WALK_H
 
@@ -43,39 +43,7 @@ private:
     int value = -1;
 };
 
-/// What the listing said of an entry's kind, before any status call.
-enum class ListedKind {
-    directory,    ///< a directory
-    link,         ///< a symbolic link
-    directoryBit, ///< a block device or socket: carries the directory bit
-    other,        ///< a regular file, FIFO or character device
-    unknown,      ///< the listing did not say
-};
-
-/// @returns what the listing reported of `entry`'s kind.
-inline ListedKind listedKind(dirent const& entry) noexcept
-{
-#if defined(KELVO_HAS_DIRENT_D_TYPE)
-    switch (entry.d_type) {
-    case DT_DIR:
-        return ListedKind::directory;
-    case DT_LNK:
-        return ListedKind::link;
-    case DT_BLK:
-    case DT_SOCK:
-        return ListedKind::directoryBit;
-    case DT_REG:
-    case DT_FIFO:
-    case DT_CHR:
-        return ListedKind::other;
-    default:
-        return ListedKind::unknown;
-    }
-#else
-    (void)entry;
-    return ListedKind::unknown;
-#endif
-}
+using posix::ListedKind;
 
 /// What an object is, whatever name reaches it: its device and inode.
 struct ObjectIdentity {

@@ -5,6 +5,9 @@
 #include "filesystem/posix/SystemCalls.h"
 
 #include <cerrno>
+#include <string>
+
+#include <dirent.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -136,52 +139,102 @@ bool setFileTimes(char const* path,
     return false;
 }
 
-DIR* openDirectory(char const* path) noexcept
+namespace {
+
+// A listing is the system's stream under the library's name.
+DIR* systemStream(DirectoryStream* stream) noexcept { return reinterpret_cast<DIR*>(stream); }
+
+bool isDotOrDotDot(char const* name) noexcept
+{
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+// The one reader of the kind a listing reports.
+ListedKind listedKind(dirent const& entry) noexcept
+{
+#if defined(KELVO_HAS_DIRENT_D_TYPE)
+    switch (entry.d_type) {
+    case DT_DIR:
+        return ListedKind::directory;
+    case DT_LNK:
+        return ListedKind::link;
+    case DT_BLK:
+    case DT_SOCK:
+        return ListedKind::directoryBit;
+    case DT_REG:
+    case DT_FIFO:
+    case DT_CHR:
+        return ListedKind::other;
+    default:
+        return ListedKind::unknown;
+    }
+#else
+    (void)entry;
+    return ListedKind::unknown;
+#endif
+}
+
+} // namespace
+
+DirectoryStream* wrapStream(DIR* stream) noexcept { return reinterpret_cast<DirectoryStream*>(stream); }
+
+DirectoryStream* openDirectory(char const* path) noexcept
 {
     DIR* const stream = systemCalls().opendir(path);
     if (stream == nullptr)
         recordFailure("opendir", errno, path);
-    return stream;
+    return wrapStream(stream);
 }
 
-dirent* readDirectory(DIR* stream) noexcept
+EntryRead readEntry(DirectoryStream* stream, ListedEntry& entry) noexcept
 {
     // readdir tells a failure from the end only through errno: cleared before
     // the call, and put back when the call did not fail.
     int const saved = errno;
-    errno = 0;
-    dirent* const entry = systemCalls().readdir(stream);
-    if (entry == nullptr && errno != 0)
-        recordFailure("readdir", errno, {});
-    else
+    for (;;) {
+        errno = 0;
+        dirent const* const read = systemCalls().readdir(systemStream(stream));
+        if (read == nullptr) {
+            if (errno != 0) {
+                recordFailure("readdir", errno, {});
+                return EntryRead::failed;
+            }
+            errno = saved;
+            return EntryRead::end;
+        }
+        if (isDotOrDotDot(read->d_name))
+            continue;
         errno = saved;
-    return entry;
+        entry.name = read->d_name;
+        entry.length = std::char_traits<char>::length(read->d_name);
+        entry.kind = listedKind(*read);
+        return EntryRead::entry;
+    }
 }
 
-void closeDirectory(DIR* stream) noexcept
+void closeDirectory(DirectoryStream* stream) noexcept
 {
-    if (systemCalls().closedir(stream) != 0)
+    if (systemCalls().closedir(systemStream(stream)) != 0)
         recordFailure("closedir", errno, {});
 }
 
-long tellDirectory(DIR* stream) noexcept
+long tellDirectory(DirectoryStream* stream) noexcept
 {
-    long const position = systemCalls().telldir(stream);
+    long const position = systemCalls().telldir(systemStream(stream));
     if (position == -1)
         recordFailure("telldir", errno, {});
     return position;
 }
 
-void seekDirectory(DIR* stream, long position) noexcept { systemCalls().seekdir(stream, position); }
-
-bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept
+void seekDirectory(DirectoryStream* stream, long position) noexcept
 {
-#if defined(KELVO_HAS_DIRENT_D_TYPE)
-    if (entry.d_type != DT_UNKNOWN)
-        return entry.d_type == DT_LNK;
-#else
-    (void)entry;
-#endif
+    systemCalls().seekdir(systemStream(stream), position);
+}
+
+bool isSymbolicLinkEntry(ListedEntry const& entry, char const* path) noexcept
+{
+    if (entry.kind != ListedKind::unknown)
+        return entry.kind == ListedKind::link;
     // The listing did not say what the entry is: ask the entry itself.
     struct stat st;
     return statPath(path, false, st) && S_ISLNK(st.st_mode);

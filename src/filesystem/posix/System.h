@@ -2,8 +2,6 @@
 #ifndef KELVO_SRC_FILESYSTEM_POSIX_SYSTEM_H
 #define KELVO_SRC_FILESYSTEM_POSIX_SYSTEM_H
 
-#include <dirent.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -80,31 +78,56 @@ bool setFileTimes(char const* path,
                   std::int64_t accessSeconds, std::int32_t accessMicroseconds,
                   std::int64_t modificationSeconds, std::int32_t modificationMicroseconds) noexcept;
 
+/// An open listing of a directory.
+struct DirectoryStream;
+
+/// What a listing reported of an entry's kind, before any status call.
+enum class ListedKind {
+    directory,    ///< a directory
+    link,         ///< a symbolic link
+    directoryBit, ///< a block device or socket: its kind carries the directory bit
+    other,        ///< a regular file, FIFO or character device
+    unknown,      ///< the listing did not say
+};
+
+/// One entry of a listing.
+struct ListedEntry {
+    char const* name = nullptr; ///< NUL-terminated, valid until the next read or the close
+    std::size_t length = 0;     ///< the name's length in bytes
+    ListedKind kind = ListedKind::unknown;
+};
+
+/// What one `readEntry` gave.
+enum class EntryRead {
+    entry,  ///< `entry` holds the next entry
+    end,    ///< the listing is over
+    failed, ///< the read failed (errno set); the listing cannot go on
+};
+
 /// Opens the directory `path` for listing with `opendir`.
 /// @returns the stream, or null on failure.
-DIR* openDirectory(char const* path) noexcept;
+DirectoryStream* openDirectory(char const* path) noexcept;
 
-/// Reads the next entry of `stream` with `readdir`.
-/// @returns the entry, valid until the next read or the close; null at the end
-/// or on a read error (not told apart).
-dirent* readDirectory(DIR* stream) noexcept;
+/// Reads the next entry of `stream` with `readdir`, skipping "." and "..".
+/// errno is left as it was unless the read failed.
+EntryRead readEntry(DirectoryStream* stream, ListedEntry& entry) noexcept;
 
-/// Closes the open `stream` (never null) with `closedir`.
-void closeDirectory(DIR* stream) noexcept;
+/// Closes `stream` (never null) and its descriptor with `closedir`.
+void closeDirectory(DirectoryStream* stream) noexcept;
 
 /// @returns the position of `stream` with `telldir`, for `seekDirectory`;
 /// -1 on failure.
-long tellDirectory(DIR* stream) noexcept;
+long tellDirectory(DirectoryStream* stream) noexcept;
 
 /// Moves `stream` back to a `position` that `tellDirectory` gave, with
 /// `seekdir`, so that the next read yields the entry that followed it.
-void seekDirectory(DIR* stream, long position) noexcept;
+void seekDirectory(DirectoryStream* stream, long position) noexcept;
 
 /// Tells whether the listed `entry`, whose full path is `path`, is itself a
-/// symbolic link: from the type the listing reported when it reported one,
+/// symbolic link: from the kind the listing reported when it reported one,
 /// else from an `lstat` of `path`.
 /// @returns true for a symbolic link; false otherwise, and when `lstat` fails.
-bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept;
+bool isSymbolicLinkEntry(ListedEntry const& entry, char const* path) noexcept;
 
 /// What one attempt to lock a descriptor without waiting gave.
 enum class LockAttempt {

@@ -70,6 +70,11 @@ struct ObjectInformation;
 /// reader of that structure, shared by the status wrappers.
 void fillInformation(struct stat const& st, ObjectInformation& information) noexcept;
 
+struct DirectoryStream;
+
+/// @returns the system's stream `stream` under the library's name.
+DirectoryStream* wrapStream(DIR* stream) noexcept;
+
 /// @returns the table every wrapper of this folder calls through.
 SystemCalls& systemCalls() noexcept;
 

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -129,32 +130,16 @@ long copyRange(int from, int to, std::size_t count) noexcept
     return result >= 0 ? static_cast<long>(result) : failed("copy_file_range", nullptr, -1L);
 }
 
-DIR* openDirectoryStream(int descriptor) noexcept
+DirectoryStream* openDirectoryStream(int descriptor) noexcept
 {
-    DIR* stream = systemCalls().fdopendir(descriptor);
+    DIR* const stream = systemCalls().fdopendir(descriptor);
     if (stream == nullptr) {
         recordFailure("fdopendir", errno, {});
         int const saved = errno;
         closeObject(descriptor);
         errno = saved;
     }
-    return stream;
-}
-
-dirent* readDirectoryStream(DIR* stream, bool& failed) noexcept
-{
-    // readdir says nothing of the difference but through errno: cleared
-    // before the call, and put back when the call did not fail.
-    int const saved = errno;
-    errno = 0;
-    dirent* entry = systemCalls().readdir(stream);
-    if (entry == nullptr && errno != 0) {
-        failed = true;
-        recordFailure("readdir", errno, {});
-    } else {
-        errno = saved;
-    }
-    return entry;
+    return wrapStream(stream);
 }
 
 int duplicateDescriptor(int descriptor) noexcept
@@ -163,12 +148,9 @@ int duplicateDescriptor(int descriptor) noexcept
     return duplicate >= 0 ? duplicate : failed("fcntl", nullptr, -1);
 }
 
-void rewindDirectoryStream(DIR* stream) noexcept { systemCalls().rewinddir(stream); }
-
-void closeDirectoryStream(DIR* stream) noexcept
+void rewindDirectoryStream(DirectoryStream* stream) noexcept
 {
-    if (systemCalls().closedir(stream) != 0)
-        recordFailure("closedir", errno, {});
+    systemCalls().rewinddir(reinterpret_cast<DIR*>(stream));
 }
 
 } // namespace kelvo::filesystem::posix

@@ -2,10 +2,6 @@
 #ifndef KELVO_SRC_FILESYSTEM_POSIX_TREE_H
 #define KELVO_SRC_FILESYSTEM_POSIX_TREE_H
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/types.h>
-
 #include "filesystem/posix/System.h"
 
 #include <cstddef>
@@ -87,25 +83,16 @@ long copyRange(int from, int to, std::size_t count) noexcept;
 /// stream owns the descriptor from then on. On failure the descriptor is
 /// closed here, so that it is owned by exactly one party either way.
 /// @returns the stream, or null on failure.
-DIR* openDirectoryStream(int descriptor) noexcept;
-
-/// Reads the next entry of `stream` with `readdir`, telling the end of the
-/// listing from a failed read: `failed` is set to true on a failure and left
-/// alone otherwise. errno keeps the failure's value, or the value it had.
-/// @returns the entry, valid until the next read; null at the end or on error.
-dirent* readDirectoryStream(DIR* stream, bool& failed) noexcept;
+DirectoryStream* openDirectoryStream(int descriptor) noexcept;
 
 /// Moves `stream` back to the first entry with `rewinddir`: a stream made
 /// from a duplicated descriptor starts where the original's position was.
-void rewindDirectoryStream(DIR* stream) noexcept;
+void rewindDirectoryStream(DirectoryStream* stream) noexcept;
 
 /// Makes a second descriptor for what `descriptor` names with `dup`
 /// (close-on-exec).
 /// @returns the new descriptor, or -1 on failure.
 int duplicateDescriptor(int descriptor) noexcept;
-
-/// Closes `stream` (never null) and its descriptor with `closedir`.
-void closeDirectoryStream(DIR* stream) noexcept;
 
 } // namespace kelvo::filesystem::posix
 
