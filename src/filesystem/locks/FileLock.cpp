@@ -4,6 +4,7 @@
 #include <kelvo/filesystem/Operations.h>
 
 #include "filesystem/path/PathInternal.h"
+#include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
 
 namespace kelvo::filesystem {
@@ -64,7 +65,10 @@ bool FileLock::lockFile(Path const& path)
     // stored, so the object answers yes to a later lockFile and its
     // destructor closes it (see docs/odd-behaviours.md, 'A FileLock that
     // failed once reports success ever after').
-    return posix::tryExclusiveLock(descriptor) == posix::LockAttempt::taken;
+    if (posix::tryExclusiveLock(descriptor) == posix::LockAttempt::taken)
+        return true;
+    posix::setFailurePath(native);
+    return false;
 }
 
 void FileLock::unlockFile()

@@ -285,40 +285,6 @@ LockFileOpenResult openLockFile(char const* path, LockFileOpening opening, int& 
     return errno == ENOENT ? LockFileOpenResult::absent : LockFileOpenResult::refused;
 }
 
-namespace {
-
-void describe(struct stat const& st, LockFileInformation& information) noexcept
-{
-    information.identity.device = static_cast<std::uint64_t>(st.st_dev);
-    information.identity.inode = static_cast<std::uint64_t>(st.st_ino);
-    information.kind = S_ISREG(st.st_mode) ? LockFileKind::regular
-        : S_ISDIR(st.st_mode)              ? LockFileKind::directory
-                                           : LockFileKind::special;
-    information.size = static_cast<std::int64_t>(st.st_size);
-}
-
-} // namespace
-
-bool describeOpenLockFile(int descriptor, LockFileInformation& information) noexcept
-{
-    struct stat st;
-    if (systemCalls().fstat(descriptor, &st) != 0) {
-        recordFailure("fstat", errno, {});
-        return false;
-    }
-    describe(st, information);
-    return true;
-}
-
-bool describeLockFile(char const* path, LockFileInformation& information) noexcept
-{
-    struct stat st;
-    if (!statPath(path, true, st))
-        return false;
-    describe(st, information);
-    return true;
-}
-
 std::FILE* openStream(char const* path, char const* mode) noexcept
 {
     std::FILE* const stream = systemCalls().fopen(path, mode);

@@ -171,43 +171,6 @@ enum class LockFileOpenResult {
 /// leaving `descriptor` as it was.
 LockFileOpenResult openLockFile(char const* path, LockFileOpening opening, int& descriptor) noexcept;
 
-/// The device and inode numbers that name one object on the system.
-struct FileIdentity {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-};
-
-inline bool operator==(FileIdentity const& left, FileIdentity const& right) noexcept
-{
-    return left.device == right.device && left.inode == right.inode;
-}
-
-inline bool operator!=(FileIdentity const& left, FileIdentity const& right) noexcept { return !(left == right); }
-
-/// What a lock file is, as far as holding a few bytes goes.
-enum class LockFileKind {
-    regular,   ///< a regular file
-    directory, ///< a directory
-    special,   ///< a FIFO, a socket, or a character or block device: reading or writing it may wait for a peer
-};
-
-/// What `describeOpenLockFile` and `describeLockFile` read of a lock file.
-struct LockFileInformation {
-    FileIdentity identity;
-    LockFileKind kind = LockFileKind::regular;
-    std::int64_t size = 0; ///< `st_size`, in bytes
-};
-
-/// Reads the identity, kind and size of the open `descriptor` with `fstat`.
-/// @returns true and fills `information` on success; false on failure.
-bool describeOpenLockFile(int descriptor, LockFileInformation& information) noexcept;
-
-/// Reads the identity, kind and size of `path`, following a final link, with
-/// `stat`.
-/// @returns true and fills `information` on success; false on failure (a
-/// missing file, a link to nothing).
-bool describeLockFile(char const* path, LockFileInformation& information) noexcept;
-
 /// Opens `path` as a C stream with `fopen` and the unchecked `mode`.
 /// @returns the stream, or null on failure.
 std::FILE* openStream(char const* path, char const* mode) noexcept;
