@@ -98,6 +98,8 @@ bool FileLock::isFileLocked(Path const& path)
     bool const taken = posix::tryExclusiveLock(testDescriptor) == posix::LockAttempt::taken;
     if (taken)
         posix::unlockDescriptor(testDescriptor);
+    else
+        posix::setFailurePath(native);
     posix::closeObject(testDescriptor);
     return !taken;
 }

@@ -4,6 +4,7 @@
 #include <kelvo/filesystem/Operations.h>
 
 #include "filesystem/path/PathInternal.h"
+#include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
 
 #include <string>
@@ -99,7 +100,10 @@ DirectoryIterator& DirectoryIterator::operator++()
     auto* const listing = static_cast<posix::DirectoryStream*>(stream);
     long const position = posix::tellDirectory(listing);
     posix::ListedEntry entry;
-    if (posix::readEntry(listing, entry) != posix::EntryRead::entry) {
+    posix::EntryRead const read = posix::readEntry(listing, entry);
+    if (read == posix::EntryRead::failed)
+        posix::setFailurePath(PathNativeAccess::cString(directoryPath));
+    if (read != posix::EntryRead::entry) {
         // The end, or a read error: either way the listing is over. The
         // stream closes here unless another copy still shares it.
         streamOwner = std::shared_ptr<void>(nullptr, DirStreamCloser);
