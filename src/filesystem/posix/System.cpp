@@ -178,14 +178,6 @@ ListedKind listedKind(dirent const& entry) noexcept
 
 DirectoryStream* wrapStream(DIR* stream) noexcept { return reinterpret_cast<DirectoryStream*>(stream); }
 
-DirectoryStream* openDirectory(char const* path) noexcept
-{
-    DIR* const stream = systemCalls().opendir(path);
-    if (stream == nullptr)
-        recordFailure("opendir", errno, path);
-    return wrapStream(stream);
-}
-
 EntryRead readEntry(DirectoryStream* stream, ListedEntry& entry) noexcept
 {
     // readdir tells a failure from the end only through errno: cleared before

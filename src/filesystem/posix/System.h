@@ -104,10 +104,6 @@ enum class EntryRead {
     failed, ///< the read failed (errno set); the listing cannot go on
 };
 
-/// Opens the directory `path` for listing with `opendir`.
-/// @returns the stream, or null on failure.
-DirectoryStream* openDirectory(char const* path) noexcept;
-
 /// Reads the next entry of `stream` with `readdir`, skipping "." and "..".
 /// errno is left as it was unless the read failed.
 EntryRead readEntry(DirectoryStream* stream, ListedEntry& entry) noexcept;

@@ -73,7 +73,6 @@ SystemCalls const kSystemCalls = {
     systemDuplicate,
     systemCopyFileRange,
     ::fdopendir,
-    ::opendir,
     ::readdir,
     ::closedir,
     ::rewinddir,

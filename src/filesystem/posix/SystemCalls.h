@@ -35,7 +35,6 @@ struct SystemCalls {
     /// where the system has no such call.
     ssize_t (*copyFileRange)(int from, int to, std::size_t count);
     DIR* (*fdopendir)(int descriptor);
-    DIR* (*opendir)(char const* path);
     dirent* (*readdir)(DIR* stream);
     int (*closedir)(DIR* stream);
     void (*rewinddir)(DIR* stream);

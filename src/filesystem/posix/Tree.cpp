@@ -148,6 +148,12 @@ int duplicateDescriptor(int descriptor) noexcept
     return duplicate >= 0 ? duplicate : failed("fcntl", nullptr, -1);
 }
 
+DirectoryStream* openDirectory(char const* path) noexcept
+{
+    int const descriptor = openAt(kWorkingDirectory, path, OpenIntent::listDirectory, true);
+    return descriptor >= 0 ? openDirectoryStream(descriptor) : nullptr;
+}
+
 void rewindDirectoryStream(DirectoryStream* stream) noexcept
 {
     systemCalls().rewinddir(reinterpret_cast<DIR*>(stream));

@@ -85,6 +85,12 @@ long copyRange(int from, int to, std::size_t count) noexcept;
 /// @returns the stream, or null on failure.
 DirectoryStream* openDirectoryStream(int descriptor) noexcept;
 
+/// Opens the directory `path` (following a final link) for listing, as the
+/// walks open theirs: `openat` for `OpenIntent::listDirectory`, then
+/// `fdopendir`.
+/// @returns the stream, or null on failure.
+DirectoryStream* openDirectory(char const* path) noexcept;
+
 /// Moves `stream` back to the first entry with `rewinddir`: a stream made
 /// from a duplicated descriptor starts where the original's position was.
 void rewindDirectoryStream(DirectoryStream* stream) noexcept;

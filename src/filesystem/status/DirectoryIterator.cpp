@@ -1,4 +1,4 @@
-// Directory listing: DirectoryEntry, DirectoryIterator over a shared directory stream, and forEach.
+// Directory listing: DirectoryEntry, DirectoryIterator over a shared directory stream read by the walks' listing engine, and forEach.
 #include <kelvo/filesystem/DirectoryIterator.h>
 
 #include <kelvo/filesystem/Operations.h>
@@ -6,6 +6,7 @@
 #include "filesystem/path/PathInternal.h"
 #include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
+#include "filesystem/posix/Tree.h"
 
 #include <string>
 #include <utility>

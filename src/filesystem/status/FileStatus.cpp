@@ -35,9 +35,8 @@ FileType typeOf(posix::ObjectKind kind) noexcept
     return FileType::unknown;
 }
 
-// The one routine behind `status` and `symbolicLinkStatus`. The last flag is
-// part of the routine's long-standing signature and is not read.
-FileStatus statusSupport(Path const& path, bool useLstat, bool /*unused*/ = false)
+// The one routine behind `status` and `symbolicLinkStatus`.
+FileStatus statusSupport(Path const& path, bool useLstat)
 {
     FileStatus result(FileType::none, Permissions::unknownPermissions);
     posix::ObjectInformation information;
