@@ -182,21 +182,22 @@ EntryRead readEntry(DirectoryStream* stream, ListedEntry& entry) noexcept
 {
     // readdir tells a failure from the end only through errno: cleared before
     // the call, and put back when the call did not fail.
-    int const saved = errno;
+    int& error = errno; // one look-up of the thread's errno for the whole read
+    int const saved = error;
     for (;;) {
-        errno = 0;
+        error = 0;
         dirent const* const read = systemCalls().readdir(systemStream(stream));
         if (read == nullptr) {
-            if (errno != 0) {
-                recordFailure("readdir", errno, {});
+            if (error != 0) {
+                recordFailure("readdir", error, {});
                 return EntryRead::failed;
             }
-            errno = saved;
+            error = saved;
             return EntryRead::end;
         }
         if (isDotOrDotDot(read->d_name))
             continue;
-        errno = saved;
+        error = saved;
         entry.name = read->d_name;
         entry.length = std::char_traits<char>::length(read->d_name);
         entry.kind = listedKind(*read);

@@ -99,11 +99,9 @@ SystemCalls const kSystemCalls = {
     ::pthread_atfork,
 };
 
-SystemCalls calls = kSystemCalls;
-
 } // namespace
 
-SystemCalls& systemCalls() noexcept { return calls; }
+SystemCalls theSystemCalls = kSystemCalls;
 
 SystemCalls const& systemCallsOfTheSystem() noexcept { return kSystemCalls; }
 

@@ -74,8 +74,12 @@ struct DirectoryStream;
 /// @returns the system's stream `stream` under the library's name.
 DirectoryStream* wrapStream(DIR* stream) noexcept;
 
+/// The table every wrapper of this folder calls through; reach it with
+/// `systemCalls`.
+extern SystemCalls theSystemCalls;
+
 /// @returns the table every wrapper of this folder calls through.
-SystemCalls& systemCalls() noexcept;
+inline SystemCalls& systemCalls() noexcept { return theSystemCalls; }
 
 /// @returns a table holding the system's own calls, to restore from.
 SystemCalls const& systemCallsOfTheSystem() noexcept;
