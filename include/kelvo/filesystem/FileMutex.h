@@ -18,7 +18,7 @@ enum class FileMutexGuard {
     held,       ///< the call held an exclusive lock on the mutex file throughout (or, in `unlock`, found no file to remove): no other process of this library tested or changed the file meanwhile
     cannotOpen, ///< the mutex file could neither be created nor opened (no permission either way, a missing directory, a link to nothing, a path holding a NUL), or is a FIFO, socket or device: plain file tests
     notSupported, ///< the file system refused the lock: plain file tests
-    timedOut,   ///< another holder kept the lock for more than a second (a stopped or very slow process): plain file tests
+    timedOut,   ///< another holder kept the lock for more than ten seconds (a stopped or very slow process): plain file tests
 };
 
 /// A mutex between processes built on an ordinary file, usable with
@@ -68,10 +68,10 @@ public:
     /// Takes the mutex when its file is absent, stale or already this
     /// process's, writing this process's identifier into it (which also
     /// refreshes the heartbeat).
-    /// Waits at most about a second for another process's call on the same
-    /// file to finish; an empty fresh file may be one that another process
-    /// has just created, so it is given that second to be written before it
-    /// counts as too short.
+    /// Waits at most about ten seconds for other processes' calls on the
+    /// same file to finish; an empty fresh file may be one that another
+    /// process has just created, so it is given a second to be written before
+    /// it counts as too short.
     /// @returns true when owned after the call; false when another process
     /// holds a fresh file.
     /// @throws std::logic_error "FileMutex can't write to mutex file. Check

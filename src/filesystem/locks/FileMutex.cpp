@@ -47,9 +47,13 @@ constexpr std::uint32_t kNoIdentifier = 0xFFFFFFFF;
 constexpr std::chrono::nanoseconds kRetryInterval(100000000);
 
 // How long try_lock and unlock wait for another process's lock on the mutex
-// file (or for a file that another process has just created to be written)
-// before going on without the lock, and the pauses between attempts.
-constexpr std::chrono::seconds kGuardWaitLimit(1);
+// file before going on without the lock: long enough that a crowd of
+// processes taking turns on a busy machine always gets through, short enough
+// that a stopped holder cannot stall them for good. How long a file that
+// another process has just created is given to be written before it counts
+// as too short. And the pauses between attempts.
+constexpr std::chrono::seconds kGuardWaitLimit(10);
+constexpr std::chrono::seconds kEmptyFileGrace(1);
 constexpr std::chrono::microseconds kFirstGuardPause(50);
 constexpr std::chrono::microseconds kLongestGuardPause(2000);
 
@@ -179,7 +183,9 @@ public:
 private:
     void take(FileMutex const& mutex, char const* native, Purpose purpose)
     {
-        auto const deadline = std::chrono::steady_clock::now() + kGuardWaitLimit;
+        auto const start = std::chrono::steady_clock::now();
+        auto const deadline = start + kGuardWaitLimit;
+        auto const emptyFileDeadline = start + kEmptyFileGrace;
         std::chrono::microseconds pause = kFirstGuardPause;
         auto waitAndGoOn = [&] {
             if (std::chrono::steady_clock::now() >= deadline)
@@ -242,8 +248,8 @@ private:
                 return;
             // Empty and fresh: most likely created by another process that has
             // not locked it yet. Let it go so that its maker can write it;
-            // past the limit it is simply too short, and is kept locked.
-            if (std::chrono::steady_clock::now() >= deadline)
+            // past the grace it is simply too short, and is kept locked.
+            if (std::chrono::steady_clock::now() >= emptyFileDeadline)
                 return;
             close();
             waitAndGoOn();
