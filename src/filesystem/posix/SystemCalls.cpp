@@ -60,6 +60,22 @@ int systemPollInput(int descriptor, int milliseconds)
     return ::poll(&watched, 1, milliseconds);
 }
 
+int systemRunThreadWithStack(std::size_t stackBytes, void* (*body)(void*), void* argument)
+{
+    pthread_attr_t attributes;
+    int error = pthread_attr_init(&attributes);
+    if (error != 0)
+        return error;
+    pthread_t thread;
+    error = pthread_attr_setstacksize(&attributes, stackBytes);
+    if (error == 0)
+        error = pthread_create(&thread, &attributes, body, argument);
+    pthread_attr_destroy(&attributes);
+    if (error == 0)
+        pthread_join(thread, nullptr);
+    return error;
+}
+
 SystemCalls const kSystemCalls = {
     systemStat,
     systemLstat,
@@ -97,6 +113,7 @@ SystemCalls const kSystemCalls = {
     systemGetenv,
     systemPollInput,
     ::pthread_atfork,
+    systemRunThreadWithStack,
 };
 
 } // namespace

@@ -61,6 +61,10 @@ struct SystemCalls {
     /// `poll` of `descriptor` alone for input, for at most `milliseconds`.
     int (*pollInput)(int descriptor, int milliseconds);
     int (*pthreadAtfork)(void (*prepare)(), void (*parent)(), void (*child)());
+    /// Runs `body(argument)` on a new thread whose stack holds `stackBytes`
+    /// (`pthread_attr_setstacksize`, `pthread_create`) and joins it.
+    /// @returns 0 when it ran, else the error number of the failing call.
+    int (*runThreadWithStack)(std::size_t stackBytes, void* (*body)(void*), void* argument);
 };
 
 struct ObjectInformation;

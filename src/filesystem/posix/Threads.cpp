@@ -1,7 +1,8 @@
-// A thread with a stack of a chosen size, made with the POSIX thread calls and joined at once.
+// A thread with a stack of a chosen size, started through the system-call table and joined at once.
 #include "filesystem/posix/Threads.h"
 
-#include <pthread.h>
+#include "filesystem/posix/FailureRecord.h"
+#include "filesystem/posix/SystemCalls.h"
 
 namespace kelvo::filesystem::posix {
 
@@ -23,17 +24,12 @@ void* runWork(void* work)
 
 bool runOnStackOf(std::size_t stackBytes, void (*body)(void*), void* argument) noexcept
 {
-    pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) != 0)
-        return false;
     Work work{body, argument};
-    pthread_t thread;
-    bool const made = pthread_attr_setstacksize(&attributes, stackBytes) == 0
-                   && pthread_create(&thread, &attributes, runWork, &work) == 0;
-    pthread_attr_destroy(&attributes);
-    if (!made)
+    int const error = systemCalls().runThreadWithStack(stackBytes, runWork, &work);
+    if (error != 0) {
+        recordFailure("pthread_create", error, {});
         return false;
-    pthread_join(thread, nullptr);
+    }
     return true;
 }
 
