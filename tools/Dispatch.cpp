@@ -299,7 +299,7 @@ int runHelp(std::vector<CommandInfo> const& commands, char const* toolUsage, int
             return kExitSuccess;
         }
     }
-    return badUsage(invocation, "unknown command '" + names[0] + "'");
+    return badUsage(invocation, "unknown command " + quoteName(names[0]));
 }
 
 } // namespace
@@ -326,7 +326,7 @@ int runCommandLine(int argc, char** argv, std::vector<CommandInfo> const& comman
     std::string usage = toolUsage;
     std::cerr << "kelvo-fs: " << (name.empty()             ? std::string("an empty argument names no command")
                                   : name[0] == '-'         ? "unknown option " + name
-                                                           : "unknown command '" + name + "'")
+                                                           : "unknown command " + quoteName(name))
               << '\n'
               << usage.substr(0, usage.find('\n')) << "  (kelvo-fs help lists the commands)\n";
     return kExitBadUsage;

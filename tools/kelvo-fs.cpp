@@ -46,8 +46,11 @@ constexpr char kStatUsage[] =
     "(symbolicLinkStatus), the permissions in octal, the size in bytes and the\n"
     "modification time in UTC. Types are those the library reports: through\n"
     "symbolicLinkStatus a regular file shows as symbolicLink, and through status\n"
-    "a socket or block device shows as directory.\n"
-    "  --json  one JSON object a line for each PATH\n"
+    "a socket or block device shows as directory. A PATH whose bytes the quoted\n"
+    "text does not show exactly (not composed (NFC), or not UTF-8) gets a\n"
+    "\"native\" line with its bytes, \\xHH for each that is not printable ASCII.\n"
+    "  --json  one JSON object a line for each PATH, its bytes as the array\n"
+    "          \"native\" (numbers from 0 to 255)\n"
     "Exit status 1 when a PATH cannot be stat'ed: the reason is told on standard\n"
     "error and what is known of it is still shown.\n";
 
@@ -58,12 +61,17 @@ constexpr char kListUsage[] =
     "Lists each directory PATH (\".\" when none is given), and shows each other\n"
     "PATH as it is: files first, then each directory under a \"PATH:\" heading\n"
     "when there are several. Names sort ignoring letter case and composition.\n"
+    "A name in single quotes has bytes that its text does not show exactly: it\n"
+    "is not composed (NFC), holds bytes that are not UTF-8 or control characters\n"
+    "(shown as \\xHH), a backslash (shown doubled) or a quote (shown as \\').\n"
     "  -a      also show names that begin with \".\", and \".\" and \"..\"\n"
     "  -l      long form: type and permissions, size, modification time (local\n"
     "          time) and name, with \"-> TARGET\" after a symbolic link; aligned\n"
     "  -h      sizes as 1.5K, 3.4M (powers of 1024, rounded up)\n"
-    "  --json  one JSON object a line for each entry (name, path, type, target,\n"
-    "          permissions, size in bytes, modified in UTC)\n"
+    "  --json  one JSON object a line for each entry (name, native: the name's\n"
+    "          bytes as numbers from 0 to 255, path, type, target, permissions,\n"
+    "          size in bytes, modified in UTC)\n"
+
     "The type letter is that of the library's status, links followed: d, -, c,\n"
     "b, p, l for a link, ? when unknown. Exit status 1 when a PATH cannot be\n"
     "listed or found (the others are still listed).\n";
