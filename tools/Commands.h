@@ -120,7 +120,7 @@ bool isMarkedName(std::string const& bytes);
 // message names the path the record holds (for a tree, the entry deep inside
 // it) with the system's reason. Nothing is looked up again on disk to guess a
 // reason. Where the library answered without a failed system call (a
-// dangling link that stops a removal, a path holding a NUL byte), the record
+// dangling link that stops a removal, a length over the limits), the record
 // is empty and the command says what it knows in its own words.
 
 /// Empties the failure record before a library call whose failure will be

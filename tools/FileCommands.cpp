@@ -91,8 +91,6 @@ constexpr int kExitTrouble = 2;
 
 using kelvo::filesystem::Failure;
 
-bool holdsNul(std::string const& operand) { return operand.find('\0') != std::string::npos; }
-
 /// @returns true when the native bytes `path` are those of `root` or of an
 /// entry below it.
 bool isWithin(std::string const& path, std::string const& root)
@@ -139,11 +137,8 @@ int makeOne(Invocation const& invocation, std::string const& operand, bool paren
     startRecording();
     if (parents ? fs::createDirectories(path) : fs::createDirectory(path))
         return kExitSuccess;
-    // Without a failed call, the library refused the path itself: a NUL
-    // byte, or a length over the system's limits.
-    std::string const own = holdsNul(operand) ? "the path holds a NUL byte"
-                                              : "the path is too long for this file system";
-    return reportFailure(invocation, "make directory", operand, own);
+    // Without a failed call, the library refused the length of the path.
+    return reportFailure(invocation, "make directory", operand, "the path is too long for this file system");
 }
 
 int removeOne(Invocation const& invocation, std::string const& operand, bool recursive)
@@ -153,8 +148,7 @@ int removeOne(Invocation const& invocation, std::string const& operand, bool rec
     if (recursive ? fs::removeAll(path) : fs::remove(path))
         return kExitSuccess;
     // Without a failed call, the library's own rules stopped the removal.
-    std::string const own = holdsNul(operand) ? "the path holds a NUL byte"
-                          : recursive ? "the removal stopped at a dangling link, a link to a directory or an "
+    std::string const own = recursive ? "the removal stopped at a dangling link, a link to a directory or an "
                                         "entry that changed while it ran"
                                       : "a dangling link or a link to a directory is never removed";
     return reportFailure(invocation, "remove", operand, own);
@@ -169,7 +163,7 @@ bool checkOperand(Invocation const& invocation, std::string const& operand, bool
     FileType const type = fs::status(Path(operand)).getType();
     if (type == FileType::none) {
         reportFailure(invocation, "access", operand,
-                      holdsNul(operand) ? "the path holds a NUL byte" : "it does not exist");
+                      "it does not exist");
         return false;
     }
     if ((type == FileType::directory) != directories) {
@@ -265,7 +259,7 @@ int runCopy(Invocation const& invocation)
     FileType const type = fs::status(from).getType();
     if (type == FileType::none)
         return reportFailure(invocation, "copy", operands[0],
-                             holdsNul(operands[0]) ? "the path holds a NUL byte" : "it does not exist");
+                             "it does not exist");
     if (type == FileType::directory) {
         if (!invocation.hasOption("-r"))
             return failure(invocation, "cannot copy " + quoteName(operands[0]) + ": it is a directory (use -r)");
@@ -277,7 +271,7 @@ int runCopy(Invocation const& invocation)
         Failure const failed = recordedFailure();
         if (!copied)
             return failure(invocation, transferFailureText("copy", failed, operands[0], operands[1],
-                                                           "the path holds a NUL byte"));
+                                                           "the source or the destination changed meanwhile"));
         // A directory that could not be listed was copied as an empty one,
         // and the copy still answers true.
         Failure const unread = hiddenReadFailure(failed);
@@ -292,7 +286,8 @@ int runCopy(Invocation const& invocation)
     Failure const failed = recordedFailure();
     if (!copied)
         return failure(invocation,
-                       transferFailureText("copy", failed, operands[0], operands[1], "the path holds a NUL byte"));
+                       transferFailureText("copy", failed, operands[0], operands[1],
+                                           "the source or the destination changed meanwhile"));
     // A read that fails ends the copy as the end of the file does, and the
     // shortened copy is answered as a success: only the record tells.
     if (failed && isReading(failed.call))
@@ -311,7 +306,7 @@ int runMove(Invocation const& invocation)
     startRecording();
     if (fs::symbolicLinkStatus(from).getType() == FileType::none)
         return reportFailure(invocation, "move", operands[0],
-                             holdsNul(operands[0]) ? "the path holds a NUL byte" : "it does not exist");
+                             "it does not exist");
     startRecording();
     if (fs::move(from, to))
         return kExitSuccess;
@@ -322,7 +317,8 @@ int runMove(Invocation const& invocation)
         return failure(invocation, "cannot move to " + quoteName(operands[1])
                                        + ": it exists on another file system, where it is never overwritten");
     return failure(invocation,
-                   transferFailureText("move", failed, operands[0], operands[1], "the path holds a NUL byte"));
+                   transferFailureText("move", failed, operands[0], operands[1],
+                                           "the source or the destination changed meanwhile"));
 }
 
 int runLink(Invocation const& invocation)
@@ -335,7 +331,7 @@ int runLink(Invocation const& invocation)
     startRecording();
     if (fs::createSymbolicLink(Path(operands[0]), Path(operands[1])))
         return kExitSuccess;
-    return reportFailure(invocation, "make link", operands[1], "the path holds a NUL byte");
+    return reportFailure(invocation, "make link", operands[1], "the link was not made");
 }
 
 int runCompareFiles(Invocation const& invocation)

@@ -65,9 +65,7 @@ int runLock(Invocation const& invocation)
         startRecording();
         fs::FileType const type = fs::status(file).getType();
         if (type == fs::FileType::none)
-            return reportFailure(invocation, "lock", text,
-                                 text.find('\0') != std::string::npos ? "the path holds a NUL byte"
-                                                                      : "it does not exist");
+            return reportFailure(invocation, "lock", text, "it does not exist");
         if (type == fs::FileType::directory)
             return failure(invocation, "cannot lock " + quoteName(text) + ": " + reasonText(EISDIR));
         lock.emplace();

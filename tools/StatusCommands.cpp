@@ -212,8 +212,7 @@ bool listDirectory(Invocation const& invocation, std::string const& text, ListOp
     startRecording();
     DirectoryIterator listing(directory);
     if (!listing.canIterate()) {
-        reportFailure(invocation, "open directory", text,
-                      text.find('\0') != std::string::npos ? "the path holds a NUL byte" : "it cannot be listed");
+        reportFailure(invocation, "open directory", text, "it cannot be listed");
         return false;
     }
     if (options.all) {
@@ -251,7 +250,7 @@ int runStat(Invocation const& invocation)
         fs::FileStatus followed = fs::status(path);
         kelvo::filesystem::Failure const failed = recordedFailure();
         bool const found = followed.getType() != FileType::none;
-        std::string const own = text.find('\0') != std::string::npos ? "the path holds a NUL byte" : "it does not exist";
+        std::string const own = "it does not exist";
         std::string const reason = failed ? failed.error.message() : own;
         fs::FileStatus itself = fs::symbolicLinkStatus(path);
         std::int64_t const size = found ? fs::fileSize(path) : -1;
@@ -318,10 +317,7 @@ int runList(Invocation const& invocation)
             // A dangling link is still there to be shown.
             Row row;
             if (!describeLink(path, row)) {
-                result = failure(invocation, failureText("access", failed, text,
-                                                         text.find('\0') != std::string::npos
-                                                             ? "the path holds a NUL byte"
-                                                             : "it does not exist"));
+                result = failure(invocation, failureText("access", failed, text, "it does not exist"));
                 continue;
             }
         }

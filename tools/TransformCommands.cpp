@@ -135,8 +135,7 @@ int runCanonical(Invocation const& invocation)
     startRecording();
     Path const result = fs::canonical(Path(text));
     if (result.empty())
-        return reportFailure(invocation, "resolve", text,
-                             text.find('\0') != std::string::npos ? "the path holds a NUL byte" : "it has no real path");
+        return reportFailure(invocation, "resolve", text, "it has no real path");
     return printPath(result);
 }
 
