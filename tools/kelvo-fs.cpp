@@ -62,8 +62,9 @@ constexpr char kListUsage[] =
     "PATH as it is: files first, then each directory under a \"PATH:\" heading\n"
     "when there are several. Names sort ignoring letter case and composition.\n"
     "A name in single quotes has bytes that its text does not show exactly: it\n"
-    "is not composed (NFC), holds bytes that are not UTF-8 or control characters\n"
-    "(shown as \\xHH), a backslash (shown doubled) or a quote (shown as \\').\n"
+    "is not composed (NFC), or holds bytes that are not UTF-8 or control\n"
+    "characters (shown as \\xHH), or a quote (shown as \\').\n"
+
     "  -a      also show names that begin with \".\", and \".\" and \"..\"\n"
     "  -l      long form: type and permissions, size, modification time (local\n"
     "          time) and name, with \"-> TARGET\" after a symbolic link; aligned\n"
