@@ -112,7 +112,14 @@ bool isReading(std::string const& call)
     return call == "read" || call == "pread" || call == "pread64" || call == "readv" || call == "preadv";
 }
 
+/// @returns true for a call that writes to an open file.
+bool isWriting(std::string const& call)
+{
+    return call == "write" || call == "pwrite" || call == "pwrite64" || call == "writev" || call == "pwritev";
+}
+
 /// @returns the recorded failure when it is one of opening or reading that an
+
 /// answer of the library does not show; an empty failure otherwise.
 Failure hiddenReadFailure(Failure const& failed)
 {
@@ -125,8 +132,10 @@ Failure hiddenReadFailure(Failure const& failed)
 std::string transferFailureText(char const* verb, Failure const& failed, std::string const& from,
                                 std::string const& to, std::string const& ownReason)
 {
+    // A write on an open file may be recorded without its path: only the
+    // destination is written to.
     std::string const path = failed.path.empty() ? std::string() : failed.path.nativeString();
-    bool const destination = !path.empty() && isWithin(path, Path(to).nativeString());
+    bool const destination = path.empty() ? failed && isWriting(failed.call) : isWithin(path, Path(to).nativeString());
     return failureText(destination ? std::string(verb) + " to" : std::string(verb), failed,
                        destination ? to : from, ownReason);
 }
