@@ -226,6 +226,13 @@ int runRemoveMatching(Invocation const& invocation)
     Path const directory(operands[0]);
     kelvo::unicode::String const pattern(operands[1]);
     bool const recursive = invocation.hasOption("-r");
+    // What is not a directory lists nothing, without a failed call.
+    startRecording();
+    FileType const type = fs::status(directory).getType();
+    if (type == FileType::none)
+        return reportFailure(invocation, "list", operands[0], "it does not exist");
+    if (type != FileType::directory)
+        return failure(invocation, "cannot list " + quoteName(operands[0]) + ": " + reasonText(ENOTDIR));
     // Each match is removed as removeMatching and removeAllMatching remove
     // it, so that the entry that stopped the removal is known by name.
     std::string stoppedAt;
@@ -251,9 +258,10 @@ int runRemoveMatching(Invocation const& invocation)
                                        : "a dangling link or a link to a directory is never removed");
     if (recordedFailure())
         return reportFailure(invocation, "list", operands[0], "");
-    // Listed without a failure and nothing matched was even tried: the
-    // library answers false for an empty directory.
+    // A directory listed without a failure, and no match was even tried: the
+    // library answers false for an empty one.
     return failure(invocation, "nothing to remove: " + quoteName(operands[0]) + " is empty");
+
 }
 
 int runCopy(Invocation const& invocation)
