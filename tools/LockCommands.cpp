@@ -81,7 +81,6 @@ int runLock(Invocation const& invocation)
                               || failed.error == std::errc::interrupted);
         if (!held)
             return failure(invocation, failureText("lock", failed, text, "it cannot be locked"));
-
         if (!wait)
             return failure(invocation, "cannot lock " + quoteName(text) + ": it is locked by another holder");
         if (deadline && std::chrono::steady_clock::now() >= *deadline)

@@ -359,7 +359,6 @@ int runCurrentDirectory(Invocation const& invocation)
         return failure(invocation, "cannot find the current directory: "
                                        + (failed ? failed.error.message() : std::string("it has no path")));
     }
-
     std::cout << escapeName(directory.nativeString()) << '\n';
     return kExitSuccess;
 }
