@@ -2,6 +2,7 @@
 #include <kelvo/filesystem.h>
 
 #include "filesystem/posix/Tree.h"
+#include "filesystem/posix/Waiting.h"
 
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
@@ -176,6 +177,7 @@ protected:
     void TearDown() override
     {
         posix::treeCalls() = posix::systemTreeCalls();
+        posix::waitingCalls() = posix::systemWaitingCalls();
         ScratchDirectory::TearDown();
     }
 
@@ -532,6 +534,58 @@ TEST_F(FaultInjection, ListingThatCannotStartClosesItsDescriptor)
     EXPECT_TRUE(isDirectoryOnDisk(at("t/a")));
     expectNoDescriptorLeft();
     EXPECT_TRUE(fs::removeAll(path("t/a")));
+    expectNoDescriptorLeft();
+}
+
+// ---- Waiting on FIFOs and devices -----------------------------------------------------
+
+int waitCalls = 0;
+int waitFailure = 0; // errno for a failing wait, 0 for a wait that finds nothing
+
+int scriptedWait(int, int)
+{
+    ++waitCalls;
+    if (waitFailure != 0) {
+        errno = waitFailure;
+        return -1;
+    }
+    return 0;
+}
+
+TEST_F(FaultInjection, WriterThatFallsSilentEndsTheCopyWithWhatItSent)
+{
+    ASSERT_EQ(::mkfifo(at("pipe").c_str(), 0644), 0);
+    int const writer = ::open(at("pipe").c_str(), O_RDWR | O_NONBLOCK);
+    ASSERT_GE(writer, 0);
+    ASSERT_EQ(::write(writer, "sent", 4), 4);
+    waitCalls = 0;
+    waitFailure = 0;
+    posix::waitingCalls().waitForInput = scriptedWait;
+    EXPECT_TRUE(fs::copyFile(path("pipe"), path("copy"), true));
+    EXPECT_EQ(readWholeFile(at("copy")), "sent");
+    EXPECT_EQ(waitCalls, 1); // the writer is there, silent: one wait, told "nothing came"
+    ::close(writer);
+}
+
+TEST_F(FaultInjection, FailingWaitEndsTheCopyAsAFailedReadDoes)
+{
+    ASSERT_EQ(::mkfifo(at("pipe").c_str(), 0644), 0);
+    int const writer = ::open(at("pipe").c_str(), O_RDWR | O_NONBLOCK);
+    ASSERT_GE(writer, 0);
+    ASSERT_EQ(::write(writer, "sent", 4), 4);
+    waitCalls = 0;
+    waitFailure = EIO;
+    posix::waitingCalls().waitForInput = scriptedWait;
+    EXPECT_TRUE(fs::copyFile(path("pipe"), path("copy"), true));
+    EXPECT_EQ(readWholeFile(at("copy")), "sent");
+    EXPECT_EQ(waitCalls, 1);
+    // The comparison ends there too: the FIFO gave four bytes, the empty
+    // file (of the same reported size, 0) none.
+    ASSERT_EQ(::write(writer, "more", 4), 4);
+    writeFile("empty", "");
+    EXPECT_FALSE(fs::compareFiles(path("pipe"), path("empty")));
+    EXPECT_EQ(waitCalls, 2);
+    ::close(writer);
     expectNoDescriptorLeft();
 }
 

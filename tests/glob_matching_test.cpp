@@ -1,4 +1,4 @@
-// Tests of matchesGlobPattern: the worked cases, the expression meaning of every special character, the cache's throws and locales, long names, and a differential run against a freshly compiled expression.
+// Tests of matchesGlobPattern: the worked cases, the expression meaning of every special character, the cache's throws and locales, long names against every kind of expression, a table of constructs and a differential run against a freshly compiled expression.
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
 
@@ -304,6 +304,153 @@ TEST(GlobMatching, ALongNameAgainstStarNeitherCrashesNorSlowsDown)
     std::string withTerminator = large;
     withTerminator[withTerminator.size() / 2] = '\n';
     EXPECT_FALSE(matches(withTerminator.c_str(), "*"));
+}
+
+TEST(GlobMatching, AGroupedStarOnALongNameNeitherCrashesNorSlowsDown)
+{
+    // The engine recursed once per character on these and ran out of stack.
+    std::string const thirtyThousand(30000, 'a');
+    EXPECT_TRUE(matches(thirtyThousand.c_str(), "a(*)"));
+    std::string const million(1000000, 'a');
+    EXPECT_TRUE(matches(million.c_str(), "[a]*"));
+    EXPECT_FALSE(matches(million.c_str(), "[b]*"));
+}
+
+/// `unit` repeated `times` times.
+std::string repeated(std::string const& unit, std::size_t times)
+{
+    std::string text;
+    text.reserve(unit.size() * times);
+    for (std::size_t i = 0; i < times; ++i)
+        text += unit;
+    return text;
+}
+
+TEST(GlobMatching, LongNamesGetTheAnswersWorkedOutByHand)
+{
+    for (std::size_t const length : {std::size_t(100000), std::size_t(1000000)}) {
+        std::string const as(length, 'a');
+        // Nested repeats: the engine's backtracking would try every split of
+        // the run before giving up; one pass decides it.
+        EXPECT_FALSE(matches(as.c_str(), "(a+)+b")) << length;
+        EXPECT_FALSE(matches((as + "c").c_str(), "((a|aa)+)+b")) << length;
+        EXPECT_TRUE(matches((as + "b").c_str(), "(a+)+b")) << length;
+        // Alternation, classes and anchors.
+        std::string const ab = repeated("ab", length / 2);
+        EXPECT_TRUE(matches(ab.c_str(), "^(a|b)+$")) << length;
+        EXPECT_TRUE(matches(ab.c_str(), "(ab)+")) << length;
+        EXPECT_FALSE(matches(ab.c_str(), "(ba)+")) << length;
+        EXPECT_TRUE(matches((ab + "!").c_str(), "[ab]+[!]")) << length;
+        EXPECT_FALSE(matches((ab + "c").c_str(), "[^c]+")) << length;
+        EXPECT_TRUE(matches((ab + "c").c_str(), "[^c]+c")) << length;
+        EXPECT_TRUE(matches(ab.c_str(), "\\w+\\b")) << length;
+        EXPECT_FALSE(matches(ab.c_str(), "\\w+\\B")) << length;
+        // Counted repeats: a run of a's is a whole number of threes or not.
+        std::string const threes(length - length % 3, 'a');
+        EXPECT_TRUE(matches(threes.c_str(), "(a{3})+")) << length;
+        EXPECT_FALSE(matches((threes + "a").c_str(), "(a{3})+")) << length;
+        EXPECT_TRUE(matches((threes + "a").c_str(), "(a{3})+a{1,2}")) << length;
+        // A line terminator in the middle stops "." and the star, not a class
+        // that takes it.
+        std::string withNewline = as;
+        withNewline[length / 2] = '\n';
+        EXPECT_FALSE(matches(withNewline.c_str(), "a(*)")) << length;
+        EXPECT_TRUE(matches(withNewline.c_str(), "(a|\\n)+")) << length;
+        EXPECT_TRUE(matches(withNewline.c_str(), "[\\s\\S]+")) << length;
+        // Digits and their negation.
+        std::string const digits = repeated("0123456789", length / 10);
+        EXPECT_TRUE(matches(digits.c_str(), "\\d+")) << length;
+        EXPECT_FALSE(matches(digits.c_str(), "\\d+\\D")) << length;
+        EXPECT_TRUE(matches((digits + "x").c_str(), "[0-9]+\\D")) << length;
+    }
+}
+
+TEST(GlobMatching, NestedStarsOnALongRunAnswerQuickly)
+{
+    std::string const as(100000, 'a');
+    // "(a*)*b" is "(a.*)*b" once rewritten: without a "b", no match.
+    EXPECT_FALSE(matches(as.c_str(), "(a*)*b"));
+    EXPECT_TRUE(matches((as + "b").c_str(), "(a*)*b"));
+    EXPECT_FALSE(matches(as.c_str(), "((a+)+)+b"));
+}
+
+TEST(GlobMatching, AnExpressionOnlyTheEngineTakesGetsAShortNameAndRefusesALongOne)
+{
+    // A back-reference is left to the engine, which matches by recursion; a
+    // name longer than 256 characters is not handed to it.
+    EXPECT_TRUE(matches("aa", "(a)\\1"));
+    EXPECT_FALSE(matches("ab", "(a)\\1"));
+    std::string const fits = "aa" + std::string(254, 'x');
+    EXPECT_TRUE(matches(fits.c_str(), "(a)\\1*"));
+    std::string const tooLong = "aa" + std::string(255, 'x');
+    EXPECT_FALSE(matches(tooLong.c_str(), "(a)\\1*"));
+    std::string const huge = "aa" + std::string(100000, 'x');
+    EXPECT_FALSE(matches(huge.c_str(), "(a)\\1*"));
+    // So does a count of more than nine digits.
+    EXPECT_TRUE(matches("ab", "a{0000000001}b"));
+    EXPECT_FALSE(matches((std::string(300, 'a') + "b").c_str(), "a{0000000001}*b"));
+}
+
+TEST(GlobMatching, InvalidExpressionsThrowOnEveryCallBesideValidOnes)
+{
+    // Errors that only a full reading of the expression finds, between calls
+    // that build and reuse automata.
+    for (int i = 0; i < 3; ++i) {
+        for (char const* pattern : {"[b-a]", "a{2,1}", "[[:nope:]]", "[\\w-z]", "x{99999999}", "a)", "[[.nope.]]", "(?"}) {
+            EXPECT_THROW(matches("ab", pattern), std::regex_error) << pattern;
+            EXPECT_TRUE(matches("ab", "(a|b)+")) << pattern;
+        }
+    }
+}
+
+// ---- A table of constructs -----------------------------------------------------------
+
+TEST(GlobMatching, EveryConstructAnswersAsAFreshExpression)
+{
+    // Written as glob patterns: "?" and "*" are rewritten, everything else is
+    // the expression's own.
+    std::vector<String> const patterns = {
+        U"abc", U"a.c", U"a?c", U"a*c", U"(ab)+", U"(a|b|)+", U"a|b|c", U"(a|ab)(c|bcd)(d*)", U"^ab$", U"a^b", U"a$b",
+        U"^*$", U"(^a|b)+", U"(a$|b)+", U"\\bab\\b", U"a\\Bb", U"\\B*", U"*\\b", U"[abc]+", U"[^abc]", U"[a-c]+",
+        U"[-a]", U"[a-]", U"[a\\-z]+", U"[!--]", U"[]", U"[^]", U"[]a]", U"[\\]]", U"[\\b]", U"[.]", U"[\\d]", U"[\\D]",
+        U"[\\w-]", U"[\\s\\S]", U"[^\\w]", U"[[:alpha:]]+", U"[[:digit:][:space:]]+", U"[^[:upper:]]", U"[[:w:]]",
+        U"[[:xdigit:]]+", U"[[:punct:]]", U"[[:blank:]]", U"[[:cntrl:]]", U"[[:print:]]", U"[[:graph:]]", U"[[:lower:]]",
+        U"[[:alnum:]]", U"[[.a.]]", U"[[.hyphen.]]", U"[[.space.]x]", U"[[=a=]]", U"[\\x41-\\x5A]+", U"[a[]", U"[[a]",
+        U"\\d+", U"\\D", U"\\w+", U"\\W", U"\\s", U"\\S", U"\\x41", U"\\u00e9", U"\\cA", U"\\0", U"\\n", U"\\t", U"\\r",
+        U"\\f", U"\\v", U"\\.", U"\\*", U"\\\\", U"\\-", U"\\y", U"a{2}", U"a{0}", U"a{1,}", U"a{0,2}", U"a{2,3}",
+        U"(ab){2,}", U"(a{2}){2}", U"a{1}{2}", U"a++", U"a+{2}", U"(a+)+b", U"((a|b)+c)+", U"(a(b(c)))", U"a]", U"a}",
+        U"(?)", U"(.=a)", U"x\u00e9", U"\u2028", U"*\n*", U"a.b", U"\\u2028", U"[^\\n]+",
+    };
+    std::vector<String> const names = {
+        U"", U"a", U"b", U"c", U"A", U"-", U"]", U"}", U"ab", U"abc", U"abab", U"aab", U"aabc", U"abcd", U"ac", U"aac",
+        U"abbc", U"a.c", U"a b", U"ab ab", U"aa", U"aaa", U"aaaa", U"1", U"123", U"12a", U"\u00e9", U"e\u0301", U"x\u00e9",
+        U"\t", U"\n", U"\r", U"\f", U"\v", U"\b", String(1, U'\0'), U"\u2028", U"a\nb", U"_", U"*", U".", U"\\", U"a]",
+        U"a}", U"ABC", U"Z", U"!", U"\x01", U"abcabc", U"ababc", U"abcbcd",
+    };
+    std::size_t compared = 0;
+    for (String const& pattern : patterns) {
+        std::unique_ptr<std::wregex> fresh;
+        try {
+            fresh = std::make_unique<std::wregex>(rewritten(pattern));
+        } catch (std::regex_error const&) {
+        }
+        for (String const& name : names) {
+            // The text the path holds is what is matched: decomposed, with
+            // "/" for "\".
+            String const held = Path(name).string();
+            int expected = 2;
+            if (fresh)
+                expected = std::regex_match(held.toWString(), *fresh) ? 1 : 0;
+            int got = 2;
+            try {
+                got = matchesGlobPattern(Path(name), pattern) ? 1 : 0;
+            } catch (std::regex_error const&) {
+            }
+            EXPECT_EQ(got, expected) << "pattern " << pattern.toUTF8String() << " name " << held.toUTF8String();
+            ++compared;
+        }
+    }
+    EXPECT_EQ(compared, patterns.size() * names.size());
 }
 
 // ---- Differential run -------------------------------------------------------------

@@ -1,5 +1,6 @@
 // Tests of the kelvo-fs file commands (mkdir, rm, rm-matching, cp, mv, ln, cmp, cmp-tree): each run as a process, its effect on disk, output and exit status checked.
 #include "support/FileTrees.h"
+#include "support/ProcessProbes.h"
 #include "support/ResourceProbes.h"
 #include "support/ScratchDirectory.h"
 #include "support/ToolRunner.h"
@@ -8,12 +9,16 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,6 +46,29 @@ protected:
 };
 
 bool contains(std::string const& text, std::string const& piece) { return text.find(piece) != std::string::npos; }
+
+/// Runs `body` in a forked child of its own process group that is killed,
+/// with every process it started, when it has not finished after `seconds`.
+/// @returns the child's exit status, or `kChildDidNotExit` when it was
+/// killed or died.
+int runBounded(unsigned seconds, std::function<int()> const& body)
+{
+    pid_t const child = ::fork();
+    if (child < 0)
+        return kChildDidNotExit;
+    if (child == 0) {
+        ::setpgid(0, 0);
+        struct sigaction action = {};
+        action.sa_handler = [](int) { ::kill(0, SIGKILL); };
+        ::sigaction(SIGALRM, &action, nullptr);
+        ::alarm(seconds);
+        ::_exit(body());
+    }
+    int status = 0;
+    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return kChildDidNotExit;
+    return WEXITSTATUS(status);
+}
 
 /// What a run of the tool from a measuring child gave.
 struct MeasuredRun {
@@ -354,7 +382,6 @@ TEST_F(ToolFileCommands, CmpTreeAnswersSameDifferentOrTrouble)
     ToolRun const file = run({"cmp-tree", "a", "x"});
     EXPECT_EQ(file.exitStatus, 2);
     EXPECT_EQ(file.err, "kelvo-fs cmp-tree: cannot compare 'x': Not a directory\n");
-
 }
 
 // ---- Failures told from the library's record ------------------------------------
@@ -465,25 +492,6 @@ TEST_F(ToolFileCommands, CpOfAFileWhoseReadFailsTellsTheReasonAndExitsWith1)
     EXPECT_EQ(readWholeFile(work("copy")), "");
 }
 
-TEST_F(ToolFileCommandsDenied, CpOfATreeNamesTheDirectoryItCouldNotReadAndExitsWith1)
-{
-    makeDirectory("src");
-    makeDirectory("src/open");
-    makeFile("src/open/f", "f");
-    makeDirectory("src/locked");
-    makeFile("src/locked/g", "g");
-    closeTo("src/locked", 0700, 0);
-    ToolRun const copy = runDenied({"cp", "-r", "src", "dst"});
-    if (copy.exitStatus == kCannotDropPrivileges)
-        GTEST_SKIP() << "cannot switch to user 65534";
-    EXPECT_EQ(copy.exitStatus, 1);
-    EXPECT_EQ(copy.err, "kelvo-fs cp: cannot read 'src/locked': Permission denied\n");
-    // Everything else was copied; what could not be read, copied empty.
-    EXPECT_EQ(readWholeFile(work("dst/open/f")), "f");
-    EXPECT_TRUE(isDirectoryOnDisk(work("dst/locked")));
-    EXPECT_TRUE(namesIn(work("dst/locked")).empty());
-}
-
 TEST_F(ToolFileCommandsDenied, CmpTreeOfADirectoryItCouldNotReadIsTroubleWithTheReason)
 {
     makeDirectory("a");
@@ -511,6 +519,96 @@ TEST_F(ToolFileCommands, MessagesQuoteNamesOneWayEscapingWhatIsNotPrintableUtf8)
     EXPECT_EQ(composed.err, "kelvo-fs cp: cannot copy 'caf\xC3\xA9': No such file or directory\n");
 }
 
+TEST_F(ToolFileCommands, CpOfATreeWithAnUnreadableDirectoryNamesItAndFails)
+{
+    ASSERT_EQ(::chmod(scratch.c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(work("").c_str(), 0777), 0);
+    makeDirectory("src");
+    makeDirectory("src/open");
+    makeFile("src/open/f", "copied");
+    makeDirectory("src/lo\tcked");
+    makeFile("src/lo\tcked/hidden", "h");
+    ASSERT_EQ(::chmod(work("src").c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(work("src/lo\tcked").c_str(), 0), 0);
+    ToolRun const copy = runTool({"cp", "-r", "src", "dst"}, RunSettings(at("work"), {}, true));
+    if (unprivilegedSkipReason(copy.exitStatus) != nullptr)
+        GTEST_SKIP() << unprivilegedSkipReason(copy.exitStatus);
+    EXPECT_EQ(copy.exitStatus, 1) << copy.err;
+    EXPECT_EQ(copy.err, "kelvo-fs cp: cannot read 'src/lo\\x09cked': Permission denied\n");
+    // Everything else was copied; what could not be read, copied empty.
+    EXPECT_EQ(readWholeFile(work("dst/open/f")), "copied");
+    EXPECT_TRUE(isDirectoryOnDisk(work("dst/lo\tcked")));
+    EXPECT_TRUE(namesIn(work("dst/lo\tcked")).empty());
+    ASSERT_EQ(::chmod(work("src/lo\tcked").c_str(), 0755), 0);
+}
+
+TEST_F(ToolFileCommands, CmpTreeWithUnreadableDirectoriesNamesThemAndFails)
+{
+    ASSERT_EQ(::chmod(scratch.c_str(), 0755), 0);
+    for (char const* side : {"a", "b"}) {
+        makeDirectory(side);
+        makeDirectory(std::string(side) + "/locked");
+        makeFile(std::string(side) + "/f", "same");
+        ASSERT_EQ(::chmod(work(side).c_str(), 0755), 0);
+    }
+    makeFile("a/locked/one", "1");
+    makeFile("b/locked/two", "2");
+    ASSERT_EQ(::chmod(work("a/locked").c_str(), 0), 0);
+    ASSERT_EQ(::chmod(work("b/locked").c_str(), 0), 0);
+    ToolRun const compared = runTool({"cmp-tree", "a", "b"}, RunSettings(at("work"), {}, true));
+    if (unprivilegedSkipReason(compared.exitStatus) != nullptr)
+        GTEST_SKIP() << unprivilegedSkipReason(compared.exitStatus);
+    // Trouble, as for diff: the trees are alike only as far as they were read.
+    // The record keeps the reason of the last failure alone.
+    EXPECT_EQ(compared.exitStatus, 2) << compared.err;
+    EXPECT_EQ(compared.err, "kelvo-fs cmp-tree: cannot read 'a/locked': it could not be listed\n"
+                            "kelvo-fs cmp-tree: cannot read 'b/locked': Permission denied\n");
+    EXPECT_EQ(compared.out, "");
+    ASSERT_EQ(::chmod(work("a/locked").c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(work("b/locked").c_str(), 0755), 0);
+}
+
+TEST_F(ToolFileCommands, CpAndCmpTreeOfFifosSocketsAndEndlessDevicesEnd)
+{
+    for (char const* side : {"a", "b"}) {
+        makeDirectory(side);
+        makeFile(std::string(side) + "/plain", "plain");
+        ASSERT_EQ(::mkfifo(work(std::string(side) + "/pipe").c_str(), 0644), 0);
+        std::string const socketPath = work(std::string(side) + "/sock");
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+        socketPath.copy(address.sun_path, socketPath.size());
+        int const fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+        ::close(fd);
+    }
+    makeDirectory("c");
+    ASSERT_EQ(::symlink("/dev/zero", work("c/zero").c_str()), 0);
+    ASSERT_EQ(::symlink("/dev/urandom", work("c/random").c_str()), 0);
+    std::string const directory = at("work");
+    int const result = runBounded(120, [&] {
+        RunSettings const here(directory);
+        ToolRun const copy = runTool({"cp", "-r", "a", "copy"}, here);
+        ToolRun const same = runTool({"cmp-tree", "a", "b"}, here);
+        ToolRun const endless = runTool({"cp", "-r", "c", "endless"}, here);
+        ToolRun const endlessSame = runTool({"cmp-tree", "c", "c"}, here);
+        ToolRun const zero = runTool({"cmp", "c/zero", "c/zero"}, here);
+        // The socket is taken for a directory that cannot be listed: named,
+        // and the run fails; the FIFO without a writer is an empty file.
+        return firstFailure({copy.exitStatus == 1, copy.err == "kelvo-fs cp: cannot read 'a/sock': Not a directory\n",
+                             same.exitStatus == 2,
+                             same.err == "kelvo-fs cmp-tree: cannot read 'a/sock': it could not be listed\n"
+                                         "kelvo-fs cmp-tree: cannot read 'b/sock': Not a directory\n",
+                             endless.exitStatus == 1, endlessSame.exitStatus == 1, zero.exitStatus == 1});
+    });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(readWholeFile(work("copy/plain")), "plain");
+    EXPECT_TRUE(isRegularOnDisk(work("copy/pipe")));
+    EXPECT_EQ(readWholeFile(work("copy/pipe")), "");
+    EXPECT_TRUE(isDirectoryOnDisk(work("copy/sock")));
+}
 
 TEST_F(ToolFileCommands, DemoShowsTheFileOperations)
 

@@ -962,7 +962,6 @@ TEST_F(ToolTest, ListingsQuoteANameHoldingAQuoteOrAControlCharacter)
 
 // ---- stat --json --------------------------------------------------------------------------
 
-
 TEST_F(ToolTest, StatJsonGivesOneObjectPerPath)
 {
     makeFile("f", "hello", 0640);

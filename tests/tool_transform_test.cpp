@@ -154,6 +154,16 @@ TEST_F(ToolTransform, Glob)
     EXPECT_EQ(runTool({"glob", "*"}).exitStatus, 2);
 }
 
+TEST_F(ToolTransform, GlobWithAGroupOnAVeryLongName)
+{
+    // The expression engine recursed once per character here and the tool
+    // died of a stack overflow.
+    std::string const name(40000, 'a');
+    ToolRun const run = runTool({"glob", "a(*)", name, "b"});
+    EXPECT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_EQ(run.out, name + "\n");
+}
+
 TEST_F(ToolTransform, FixCase)
 {
     ASSERT_EQ(::mkdir(at("data").c_str(), 0777), 0);
@@ -181,7 +191,6 @@ TEST_F(ToolTransform, FixCaseEscapesTheSpellingAsEveryCommandShowsNames)
     EXPECT_EQ(runTool({"resolve", at("x/../Caf\xFF\nE")}).out, at("Caf\\xFF\\x0AE") + "\n");
     EXPECT_EQ(runTool({"glob", "*", "a\xFF\x01"}).out, "a\\xFF\\x01\n");
 }
-
 
 TEST_F(ToolTransform, DemoShowsEachTransformation)
 {

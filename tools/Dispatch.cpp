@@ -235,7 +235,6 @@ void printToolUsage(std::ostream& out, std::vector<CommandInfo> const& commands,
         << "'a/b/f': Permission denied\"). Names are shown as UTF-8, every byte that is\n"
         << "not UTF-8 and every control character as \\xHH, a backslash as \\\\; in a\n"
         << "message between single quotes, a quote inside as \\'.\n"
-
         << "Exit status: 0 success, 1 a negative answer or a failure, 2 bad usage.\n"
         << "A \"--\" ends the options: the arguments after it are taken as they are.\n";
 }

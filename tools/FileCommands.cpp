@@ -5,6 +5,7 @@
 #include <iostream>
 #include <regex>
 #include <system_error>
+#include <vector>
 
 namespace kelvo::tool {
 
@@ -47,9 +48,11 @@ char const kCopyUsage[] =
     "less the umask. An existing TO is refused unless --overwrite is given. With -r\n"
     "a directory FROM is copied with everything below it into the new directory\n"
     "TO (never into an existing one); a failing entry does not stop the copy.\n"
-    "Exit status 1 when something could not be copied, and when a file or a\n"
-    "directory could not be read to its end (what was read is kept); the path and\n"
-    "the system's reason are told.\n";
+    "Links are followed; a FIFO or device is copied as a file of what it gives,\n"
+    "up to 16 MiB. A directory that cannot be read is named, with the reason,\n"
+    "and copied empty. Exit status 1 when something could not be copied, and\n"
+    "when a file or a directory could not be read to its end (what was read is\n"
+    "kept).\n";
 
 char const kMoveUsage[] =
     "Usage: kelvo-fs mv FROM TO\n"
@@ -79,10 +82,10 @@ char const kCompareTreesUsage[] =
     "Compare two directory trees.\n"
     "\n"
     "Compares the directory trees A and B: the same names (ignoring letter case\n"
-    "and composition), the same kinds, the same file contents. Exit status 0 when\n"
-    "they are the same, 1 when they differ, 2 when A or B is missing or not a\n"
-    "directory, or when a directory or file in them cannot be read.\n";
-
+    "and composition), the same kinds, the same file contents. A directory or a\n"
+    "file that cannot be read is named, with the reason. Exit status 0 when they\n"
+    "are the same, 1 when they differ, 2 when A or B is missing or not a\n"
+    "directory, or when something in them could not be read.\n";
 
 namespace {
 
@@ -119,7 +122,6 @@ bool isWriting(std::string const& call)
 }
 
 /// @returns the recorded failure when it is one of opening or reading that an
-
 /// answer of the library does not show; an empty failure otherwise.
 Failure hiddenReadFailure(Failure const& failed)
 {
@@ -181,6 +183,30 @@ bool checkOperand(Invocation const& invocation, std::string const& operand, bool
         return false;
     }
     return true;
+}
+
+/// @returns true when `failed` was recorded on one of the directories `named`.
+bool isNamed(Failure const& failed, std::vector<Path> const& named)
+{
+    std::string const path = failed.path.nativeString();
+    for (Path const& directory : named) {
+        if (directory.nativeString() == path)
+            return true;
+    }
+    return false;
+}
+
+/// Names every directory a tree operation could not list. The record holds
+/// the reason of the last failure only: a directory it names gets that
+/// reason, any other one the fact alone.
+void reportUnreadable(Invocation const& invocation, std::vector<Path> const& unreadable, Failure const& failed)
+{
+    for (Path const& directory : unreadable) {
+        std::string const path = directory.nativeString();
+        bool const recorded = failed && !failed.path.empty() && failed.path.nativeString() == path;
+        failure(invocation, "cannot read " + quoteName(path) + ": "
+                                + (recorded ? failed.error.message() : std::string("it could not be listed")));
+    }
 }
 
 int sameOrDifferent(bool same, std::string const& a, std::string const& b)
@@ -275,8 +301,7 @@ int runCopy(Invocation const& invocation)
     startRecording();
     FileType const type = fs::status(from).getType();
     if (type == FileType::none)
-        return reportFailure(invocation, "copy", operands[0],
-                             "it does not exist");
+        return reportFailure(invocation, "copy", operands[0], "it does not exist");
     if (type == FileType::directory) {
         if (!invocation.hasOption("-r"))
             return failure(invocation, "cannot copy " + quoteName(operands[0]) + ": it is a directory (use -r)");
@@ -284,16 +309,26 @@ int runCopy(Invocation const& invocation)
             return failure(invocation, "cannot copy to " + quoteName(operands[1])
                                            + ": it exists, and a directory is never copied into an existing one");
         startRecording();
-        bool const copied = fs::copyDirectory(from, to, true);
+        std::vector<Path> unreadable;
+        bool const copied = fs::copyDirectory(from, to, true, unreadable);
         Failure const failed = recordedFailure();
-        if (!copied)
+        // A directory that could not be listed is copied empty, and the copy
+        // still answers true.
+        reportUnreadable(invocation, unreadable, failed);
+        if (!copied) {
+            // The failure recorded last may be one of those just named, and
+            // the reason of the entry that failed lost with it.
+            if (failed && isNamed(failed, unreadable))
+                return failure(invocation, "cannot copy " + quoteName(operands[0])
+                                               + ": some entries could not be copied (the others were)");
             return failure(invocation, transferFailureText("copy", failed, operands[0], operands[1],
                                                            "the source or the destination changed meanwhile"));
-        // A directory that could not be listed was copied as an empty one,
-        // and the copy still answers true.
-        Failure const unread = hiddenReadFailure(failed);
-        if (unread && isWithin(unread.path.nativeString(), from.nativeString()))
-            return reportFailure(invocation, "read", operands[0], "");
+        }
+        // A read that fails ends a file's copy as its end does.
+        if (failed && isReading(failed.call))
+            return failure(invocation, failureText("copy", failed, operands[0], "") + " (what was read is kept)");
+        if (!unreadable.empty())
+            return kExitNegative;
         return kExitSuccess;
     }
     if (!overwrite && fs::exists(to))
@@ -302,9 +337,8 @@ int runCopy(Invocation const& invocation)
     bool const copied = fs::copyFile(from, to, !overwrite);
     Failure const failed = recordedFailure();
     if (!copied)
-        return failure(invocation,
-                       transferFailureText("copy", failed, operands[0], operands[1],
-                                           "the source or the destination changed meanwhile"));
+        return failure(invocation, transferFailureText("copy", failed, operands[0], operands[1],
+                                                       "the source or the destination changed meanwhile"));
     // A read that fails ends the copy as the end of the file does, and the
     // shortened copy is answered as a success: only the record tells.
     if (failed && isReading(failed.call))
@@ -322,8 +356,7 @@ int runMove(Invocation const& invocation)
     Path const to(operands[1]);
     startRecording();
     if (fs::symbolicLinkStatus(from).getType() == FileType::none)
-        return reportFailure(invocation, "move", operands[0],
-                             "it does not exist");
+        return reportFailure(invocation, "move", operands[0], "it does not exist");
     startRecording();
     if (fs::move(from, to))
         return kExitSuccess;
@@ -333,9 +366,8 @@ int runMove(Invocation const& invocation)
     if (failed && failed.error == std::errc::cross_device_link)
         return failure(invocation, "cannot move to " + quoteName(operands[1])
                                        + ": it exists on another file system, where it is never overwritten");
-    return failure(invocation,
-                   transferFailureText("move", failed, operands[0], operands[1],
-                                           "the source or the destination changed meanwhile"));
+    return failure(invocation, transferFailureText("move", failed, operands[0], operands[1],
+                                                   "the source or the destination changed meanwhile"));
 }
 
 int runLink(Invocation const& invocation)
@@ -386,12 +418,19 @@ int runCompareTrees(Invocation const& invocation)
             return kExitTrouble;
     }
     startRecording();
-    bool const same = fs::compareDirectories(Path(operands[0]), Path(operands[1]));
-    // A directory that cannot be listed lists nothing and a file that cannot
-    // be opened compares by its size: trouble, as the record tells.
-    Failure const trouble = hiddenReadFailure(recordedFailure());
-    if (trouble) {
-        failure(invocation, failureText("read", trouble, operands[0], ""));
+    std::vector<Path> unreadable;
+    bool const same = fs::compareDirectories(Path(operands[0]), Path(operands[1]), unreadable);
+    // A directory that cannot be listed counts as empty and a file that
+    // cannot be opened compares by its size: the answer is then no answer.
+    Failure const failed = recordedFailure();
+    reportUnreadable(invocation, unreadable, failed);
+    Failure const trouble = hiddenReadFailure(failed);
+    if (trouble && !isNamed(trouble, unreadable))
+        failure(invocation, failureText(isOpening(trouble.call) ? "open" : "read", trouble, operands[0], ""));
+    if (!unreadable.empty() || trouble) {
+        // A difference found before is still one.
+        if (!same)
+            sameOrDifferent(same, operands[0], operands[1]);
         return kExitTrouble;
     }
     return sameOrDifferent(same, operands[0], operands[1]);

@@ -54,7 +54,6 @@ int runCommand(Invocation const& invocation, std::vector<std::string> const& com
     std::string const prefix = "kelvo-fs " + invocation.name + ": cannot run " + quoteName(command[0]) + ": ";
     std::cout.flush();
     std::cerr.flush();
-
     pid_t child = ::fork();
     if (child < 0)
         return -1;

@@ -190,7 +190,6 @@ int runInTemporaryDirectory(Invocation const& invocation)
     if (!kelvo::filesystem::isDirectory(made))
         return failure(invocation, failureText("make directory", failed, made.nativeString(),
                                                "the temporary directory was not made"));
-
     if (::setenv("TMPDIR", made.nativeString().c_str(), 1) != 0)
         return failure(invocation, std::string("cannot set TMPDIR: ") + std::strerror(errno));
     int const status = runCommand(invocation, invocation.afterSeparator);

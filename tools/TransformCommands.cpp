@@ -102,7 +102,6 @@ extern char const kFixCaseUsage[] =
     "is given. The spelling is shown as every name is: a byte that is not UTF-8\n"
     "and a control character as \\xHH. Exit status 1 when no spelling is found.\n";
 
-
 namespace {
 
 /// Prints the bytes of `path` as every command shows a name.
@@ -236,7 +235,6 @@ int runFixCase(Invocation const& invocation)
         return failure(invocation, "cannot find " + quoteName(invocation.allOperands()[0])
                                        + ": no spelling of it is on disk");
     return printPath(path);
-
 }
 
 } // namespace kelvo::tool

@@ -64,7 +64,6 @@ constexpr char kListUsage[] =
     "A name in single quotes has bytes that its text does not show exactly: it\n"
     "is not composed (NFC), or holds bytes that are not UTF-8 or control\n"
     "characters (shown as \\xHH), or a quote (shown as \\').\n"
-
     "  -a      also show names that begin with \".\", and \".\" and \"..\"\n"
     "  -l      long form: type and permissions, size, modification time (local\n"
     "          time) and name, with \"-> TARGET\" after a symbolic link; aligned\n"
@@ -72,7 +71,6 @@ constexpr char kListUsage[] =
     "  --json  one JSON object a line for each entry (name, native: the name's\n"
     "          bytes as numbers from 0 to 255, path, type, target, permissions,\n"
     "          size in bytes, modified in UTC)\n"
-
     "The type letter is that of the library's status, links followed: d, -, c,\n"
     "b, p, l for a link, ? when unknown. Exit status 1 when a PATH cannot be\n"
     "listed or found (the others are still listed).\n";

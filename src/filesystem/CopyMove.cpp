@@ -1,17 +1,23 @@
-// Copy, move, rename and links: file contents through descriptors (in the kernel where it can), trees through directory descriptors.
+// Copy, move, rename and links: file contents through descriptors (in the kernel where it can), trees through a stack of directory descriptors.
 #include <kelvo/filesystem/Operations.h>
 
 #include "CanonicalNative.h"
+#include "CopyInternal.h"
 #include "PathInternal.h"
+#include "SourceReading.h"
 #include "TreeRemoval.h"
 #include "TreeWalk.h"
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
+#include <string>
+#include <unordered_set>
 
 #include <sys/stat.h>
 
@@ -19,9 +25,12 @@ namespace kelvo::filesystem {
 
 namespace {
 
-using detail::DescriptorListing;
+using detail::DirectoryStack;
+using detail::Entered;
 using detail::ListedKind;
+using detail::ObjectIdentity;
 using detail::OwnedDescriptor;
+using detail::SourceReader;
 using detail::isDirectoryMode;
 
 constexpr std::size_t kCopyBufferSize = 32768;
@@ -29,26 +38,20 @@ constexpr std::uint32_t kDirectoryMode = 0777;
 // The most one in-kernel copy call is asked for.
 constexpr std::int64_t kLargestRange = 0x40000000;
 
-#if defined(O_PATH)
-// Destination directories are only named relative to, never read.
-constexpr int kDestinationDirectoryFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW;
-#else
-constexpr int kDestinationDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
-#endif
-
 // Reads and writes through one 32 KiB buffer until a read gives nothing. A
 // failed read ends the copy as the end of the file does; a failed write fails
 // it. After a short write the next one starts at the buffer position given by
 // the count the previous write returned, not by the running total: this is
 // how the copy has always resumed, and callers' files were made that way. A
-// write that makes no progress fails rather than spinning.
-bool copyByReading(int source, int destination)
+// write that makes no progress fails rather than spinning. A source cut short
+// at the reader's bound (a device that never ends) fails the copy too.
+bool copyByReading(SourceReader& source, int destination)
 {
     std::unique_ptr<char[]> const buffer(new char[kCopyBufferSize]());
     for (;;) {
-        long const count = posix::readSome(source, buffer.get(), kCopyBufferSize);
+        long const count = source.read(buffer.get(), kCopyBufferSize);
         if (count <= 0)
-            return true;
+            return !source.cutShort();
         long remaining = count;
         long position = 0;
         for (;;) {
@@ -82,7 +85,8 @@ bool copyContents(int source, int destination, posix::ObjectInformation const& i
         if (copied >= information.size)
             return true;
     }
-    return copyByReading(source, destination);
+    SourceReader reader(source, information.mode);
+    return copyByReading(reader, destination);
 }
 
 // A descriptor that is not positive counts as a failure to close, as it
@@ -94,17 +98,19 @@ bool closeChecked(OwnedDescriptor& descriptor)
 }
 
 // Copies the file `fromName` of `fromDirectory` to `toName` of `toDirectory`.
-// The new file gets the source's whole mode word as its creation mode (the
-// system keeps the access bits less the umask); an existing one that is
-// truncated keeps its own.
+// The source is opened without waiting on it (a FIFO with no writer, a
+// device), and read with a bound when it is no regular file. The new file
+// gets the source's whole mode word as its creation mode (the system keeps
+// the access bits less the umask); an existing one that is truncated keeps
+// its own.
 bool copyFileAt(int fromDirectory, char const* fromName, int extraSourceFlags,
                 int toDirectory, char const* toName, bool failIfExists)
 {
-    OwnedDescriptor source(posix::openAt(fromDirectory, fromName, O_RDONLY | extraSourceFlags));
+    posix::ObjectInformation information;
+    OwnedDescriptor source(detail::openSource(fromDirectory, fromName, extraSourceFlags, information));
     if (!source.isOpen())
         return false;
-    posix::ObjectInformation information;
-    if (!posix::statDescriptor(source.get(), information) || isDirectoryMode(information.mode))
+    if (isDirectoryMode(information.mode))
         return false;
     int const flags = O_WRONLY | O_CREAT | O_TRUNC | (failIfExists ? O_EXCL : 0);
     OwnedDescriptor destination(posix::openAt(toDirectory, toName, flags, information.mode));
@@ -131,74 +137,202 @@ bool makeEmptyDirectoryAt(int toDirectory, char const* name, Path const& toPath)
     return posix::makeDirectoryAt(toDirectory, name, kDirectoryMode);
 }
 
-bool copyListed(DescriptorListing& listing, int toDirectory, Path const& toPath, bool recursive);
+// One directory of the source the copy stands in: its whole listing, read
+// when the copy entered it, and the next entry to copy.
+struct CopyLevel {
+    detail::Listing listing;
+    std::size_t next = 0;
+};
 
-// Copies the subdirectory `name` with its contents into a new directory of
-// the same name. A source that cannot be opened lists nothing: its copy is
-// the empty directory.
-bool copySubdirectoryAt(int fromDirectory, char const* name, bool followLink, int toDirectory, Path const& toPath)
+// Copies a tree without recursion: the source and the copy are each walked
+// through a stack of directory descriptors (so any depth takes a bounded
+// number of them), the source's listings are read whole on the way down, and
+// the copy's directories are made with mkdirat and entered without following
+// links.
+class TreeCopy {
+public:
+    TreeCopy(Path const& from, Path const& to, bool recursive, std::vector<Path>* unreadable)
+        : from(from), to(to), recursive(recursive), unreadable(unreadable)
+    {
+    }
+
+    bool run(char const* fromNative, char const* toNative, std::optional<ObjectIdentity>* copiedSource);
+
+private:
+    bool copyEntry(char const* name, ListedKind kind);
+    bool copySubdirectory(std::string const& name, bool followLink);
+    bool leaveLevel();
+    void reportUnreadable(char const* name);
+
+    Path const& from;
+    Path const& to;
+    bool const recursive;
+    std::vector<Path>* const unreadable;
+    DirectoryStack source;
+    DirectoryStack destination;
+    std::deque<CopyLevel> levels;    // one per source directory entered
+    std::vector<std::string> trail;  // the names that led from `from` down to the current level
+    std::unordered_set<ObjectIdentity, detail::ObjectIdentityHash> made; // the copy's own directories
+    bool stopped = false; // the tree changed under the walk, which cannot go on
+};
+
+// Names `name` of the current level (or the current level itself, for a null
+// name) as a directory that could not be listed.
+void TreeCopy::reportUnreadable(char const* name)
 {
-    if (!posix::makeDirectoryAt(toDirectory, name, kDirectoryMode))
-        return false;
-    DescriptorListing listing(posix::openAt(fromDirectory, name, O_RDONLY | O_DIRECTORY | (followLink ? 0 : O_NOFOLLOW)));
-    if (!listing.isOpen())
-        return true;
-    OwnedDescriptor destination(posix::openAt(toDirectory, name, kDestinationDirectoryFlags));
-    if (!destination.isOpen())
-        return false;
-    return copyListed(listing, destination.get(), toPath, true);
+    if (unreadable == nullptr)
+        return;
+    Path path = from;
+    for (std::string const& step : trail)
+        path = path / Path(step);
+    if (name != nullptr)
+        path = path / Path(name);
+    unreadable->push_back(std::move(path));
 }
 
-// Copies every entry of the listing into `toDirectory`, carrying on after a
-// failure. Links in the tree are followed (a link to a directory is copied as
-// a directory); an entry the listing reported as a directory or file is
-// opened without following, so that one swapped for a link while the copy
-// runs is never followed out of the tree.
-bool copyListed(DescriptorListing& listing, int toDirectory, Path const& toPath, bool recursive)
+bool TreeCopy::run(char const* fromNative, char const* toNative, std::optional<ObjectIdentity>* copiedSource)
 {
-    int const fromDirectory = listing.descriptor();
-    bool result = true;
-    while (dirent const* entry = listing.next()) {
-        char const* name = entry->d_name;
-        ListedKind kind = detail::listedKind(*entry);
-        bool isDirectory = false;
-        bool followLink = false;
-        if (kind == ListedKind::unknown) {
-            posix::ObjectInformation information;
-            if (posix::statAt(fromDirectory, name, false, information) && (information.mode & S_IFMT) != S_IFLNK)
-                kind = isDirectoryMode(information.mode) ? ListedKind::directory : ListedKind::other;
-            else
-                kind = ListedKind::link;
-        }
-        switch (kind) {
-        case ListedKind::directory:
-        case ListedKind::directoryBit:
-            isDirectory = true;
-            break;
-        case ListedKind::link: {
-            followLink = true;
-            posix::ObjectInformation information;
-            isDirectory = posix::statAt(fromDirectory, name, true, information) && isDirectoryMode(information.mode);
-            break;
-        }
-        case ListedKind::other:
-        case ListedKind::unknown:
-            break;
-        }
-
-        bool copied;
-        if (isDirectory && recursive)
-            copied = copySubdirectoryAt(fromDirectory, name, followLink, toDirectory, toPath);
-        else if (isDirectory)
-            copied = makeEmptyDirectoryAt(toDirectory, name, toPath);
-        else
-            copied = copyFileAt(fromDirectory, name, followLink ? 0 : O_NOFOLLOW, toDirectory, name, true);
-        result = copied && result;
+    if (!source.open(posix::kWorkingDirectory, fromNative, true)) {
+        // A directory that cannot be opened lists nothing: its copy is the
+        // empty directory already made.
+        reportUnreadable(nullptr);
+        return true;
     }
-    return result;
+    if (copiedSource != nullptr)
+        *copiedSource = source.identity();
+    levels.emplace_back();
+    if (!levels.back().listing.read(source.descriptor()))
+        reportUnreadable(nullptr);
+    if (!destination.open(posix::kWorkingDirectory, toNative, false))
+        return levels.back().listing.empty(); // every entry would fail to be made
+    made.insert(destination.identity());
+
+    bool result = true;
+    while (!stopped) {
+        CopyLevel& level = levels.back();
+        if (level.next == level.listing.size()) {
+            if (levels.size() == 1)
+                return result;
+            if (!leaveLevel())
+                return false; // the tree changed under the copy: it cannot go on
+            continue;
+        }
+        std::size_t const index = level.next++;
+        result = copyEntry(level.listing.name(index), level.listing.kind(index)) && result;
+    }
+    return false;
+}
+
+// Goes back up one level on both sides.
+bool TreeCopy::leaveLevel()
+{
+    if (!source.leave() || !destination.leave())
+        return false;
+    levels.pop_back();
+    trail.pop_back();
+    return true;
+}
+
+// Copies one entry of the current level. Links in the tree are followed (a
+// link to a directory is copied as a directory); an entry the listing
+// reported as a directory or file is opened without following, so that one
+// swapped for a link while the copy runs is never followed out of the tree.
+bool TreeCopy::copyEntry(char const* name, ListedKind kind)
+{
+    int const fromDirectory = source.descriptor();
+    if (kind == ListedKind::unknown) {
+        posix::ObjectInformation information;
+        if (posix::statAt(fromDirectory, name, false, information) && (information.mode & S_IFMT) != S_IFLNK)
+            kind = isDirectoryMode(information.mode) ? ListedKind::directory : ListedKind::other;
+        else
+            kind = ListedKind::link;
+    }
+    bool isDirectory = false;
+    bool followLink = false;
+    switch (kind) {
+    case ListedKind::directory:
+    case ListedKind::directoryBit:
+        isDirectory = true;
+        break;
+    case ListedKind::link: {
+        followLink = true;
+        posix::ObjectInformation information;
+        isDirectory = posix::statAt(fromDirectory, name, true, information) && isDirectoryMode(information.mode);
+        break;
+    }
+    case ListedKind::other:
+    case ListedKind::unknown:
+        break;
+    }
+    if (isDirectory && recursive)
+        return copySubdirectory(name, followLink); // by value: the level's listing may move
+    if (isDirectory)
+        return makeEmptyDirectoryAt(destination.descriptor(), name, to);
+    return copyFileAt(fromDirectory, name, followLink ? 0 : O_NOFOLLOW, destination.descriptor(), name, true);
+}
+
+// Enters the subdirectory `name` on both sides, its copy made first; the walk
+// then copies its entries before the rest of the current level.
+bool TreeCopy::copySubdirectory(std::string const& name, bool followLink)
+{
+    switch (source.enter(name.c_str(), followLink)) {
+    case Entered::loop:
+        // A link back to a directory the copy stands in: copying it would
+        // never end, so the entry fails and nothing is made for it.
+        return false;
+    case Entered::failed:
+        if (errno == ENOENT)
+            return false; // gone since it was listed
+        // A directory that cannot be opened lists nothing: its copy is an
+        // empty directory.
+        reportUnreadable(name.c_str());
+        return posix::makeDirectoryAt(destination.descriptor(), name.c_str(), kDirectoryMode);
+    case Entered::entered:
+        break;
+    }
+    // The copy's own directories are never copied into themselves (a copy
+    // made inside its source would otherwise grow as it is read).
+    bool copied = made.count(source.identity()) == 0
+        && posix::makeDirectoryAt(destination.descriptor(), name.c_str(), kDirectoryMode)
+        && destination.enter(name.c_str(), false) == Entered::entered;
+    if (!copied) {
+        if (!source.leave())
+            stopped = true; // the source changed under the copy
+        return false;
+    }
+    made.insert(destination.identity());
+    levels.emplace_back();
+    trail.push_back(name);
+    if (!levels.back().listing.read(source.descriptor()))
+        reportUnreadable(nullptr);
+    return true;
 }
 
 } // namespace
+
+namespace detail {
+
+bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive,
+                            std::optional<ObjectIdentity>* copiedSource, std::vector<Path>* unreadable)
+{
+    char const* fromNative = PathNativeAccess::cStringForChange(from);
+    char const* toNative = PathNativeAccess::cStringForChange(to);
+    if (fromNative == nullptr || toNative == nullptr)
+        return false;
+    posix::FileInformation information;
+    if (!posix::getFileInformation(fromNative, true, information))
+        return false;
+    // Never into an existing destination, whatever the flag.
+    if (exists(to))
+        return false;
+    if (!isDirectoryMode(information.mode))
+        return false;
+    if (!createDirectories(to))
+        return false;
+    return TreeCopy(from, to, recursive, unreadable).run(fromNative, toNative, copiedSource);
+}
+
+} // namespace detail
 
 bool createSymbolicLink(Path const& target, Path const& link)
 {
@@ -252,44 +386,15 @@ bool copySymbolicLink(Path const& from, Path const& to, bool failIfExists)
     return createSymbolicLink(target, to);
 }
 
-namespace {
-
-// copyDirectory, telling `source` (when given) which directory it listed:
-// a move deletes that directory and no other.
-bool copyDirectoryReporting(Path const& from, Path const& to, bool recursive,
-                            std::optional<detail::ObjectIdentity>* source)
-{
-    char const* fromNative = PathNativeAccess::cStringForChange(from);
-    char const* toNative = PathNativeAccess::cStringForChange(to);
-    if (fromNative == nullptr || toNative == nullptr)
-        return false;
-    posix::FileInformation information;
-    if (!posix::getFileInformation(fromNative, true, information))
-        return false;
-    // Never into an existing destination, whatever the flag.
-    if (exists(to))
-        return false;
-    if (!isDirectoryMode(information.mode))
-        return false;
-    if (!createDirectories(to))
-        return false;
-
-    DescriptorListing listing(posix::openAt(posix::kWorkingDirectory, fromNative, O_RDONLY | O_DIRECTORY));
-    if (!listing.isOpen())
-        return true; // nothing listed, nothing to copy
-    if (posix::ObjectInformation listed; source != nullptr && posix::statDescriptor(listing.descriptor(), listed))
-        *source = detail::identityOf(listed);
-    OwnedDescriptor destination(posix::openAt(posix::kWorkingDirectory, toNative, kDestinationDirectoryFlags));
-    if (!destination.isOpen())
-        return listing.next() == nullptr; // every entry would fail to be made
-    return copyListed(listing, destination.get(), to, recursive);
-}
-
-} // namespace
-
 bool copyDirectory(Path const& from, Path const& to, bool recursive)
 {
-    return copyDirectoryReporting(from, to, recursive, nullptr);
+    return detail::copyDirectoryReporting(from, to, recursive, nullptr, nullptr);
+}
+
+bool copyDirectory(Path const& from, Path const& to, bool recursive, std::vector<Path>& unreadable)
+{
+    unreadable.clear();
+    return detail::copyDirectoryReporting(from, to, recursive, nullptr, &unreadable);
 }
 
 bool copy(Path const& from, Path const& to)
@@ -317,7 +422,7 @@ bool move(Path const& from, Path const& to)
     bool copied;
     switch (status(from).getType()) {
     case FileType::directory:
-        copied = copyDirectoryReporting(from, to, true, &copiedDirectory);
+        copied = detail::copyDirectoryReporting(from, to, true, &copiedDirectory, nullptr);
         break;
     case FileType::symbolicLink:
         copied = copySymbolicLink(from, to, true); // not reached, as for copy

@@ -57,47 +57,6 @@ enum class ListedKind {
     unknown,      ///< the listing did not say
 };
 
-/// Lists an open directory descriptor, skipping "." and ".."; the listing
-/// owns the descriptor and closes it at the end.
-class DescriptorListing {
-public:
-    /// Takes over `descriptor` (closed here too when the listing cannot start).
-    explicit DescriptorListing(int descriptor) noexcept
-        : stream(descriptor >= 0 ? posix::openDirectoryStream(descriptor) : nullptr)
-    {
-    }
-    DescriptorListing(DescriptorListing const&) = delete;
-    DescriptorListing& operator=(DescriptorListing const&) = delete;
-    ~DescriptorListing()
-    {
-        if (stream != nullptr)
-            posix::closeDirectoryStream(stream);
-    }
-
-    bool isOpen() const noexcept { return stream != nullptr; }
-    /// The listed directory's descriptor, for calls relative to it.
-    int descriptor() const noexcept { return stream != nullptr ? ::dirfd(stream) : -1; }
-
-    /// @returns the next entry, or null at the end, on a read error and when
-    /// the listing never started.
-    dirent const* next() noexcept
-    {
-        if (stream == nullptr)
-            return nullptr;
-        for (;;) {
-            dirent const* entry = posix::readDirectoryStream(stream);
-            if (entry == nullptr)
-                return nullptr;
-            char const* name = entry->d_name;
-            if (!(name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))))
-                return entry;
-        }
-    }
-
-private:
-    DIR* stream;
-};
-
 /// @returns what the listing reported of `entry`'s kind.
 inline ListedKind listedKind(dirent const& entry) noexcept
 {
@@ -133,6 +92,14 @@ struct ObjectIdentity {
         return a.device == b.device && a.inode == b.inode;
     }
     friend bool operator!=(ObjectIdentity const& a, ObjectIdentity const& b) noexcept { return !(a == b); }
+};
+
+/// Hashes an identity, for unordered containers of them.
+struct ObjectIdentityHash {
+    std::size_t operator()(ObjectIdentity const& identity) const noexcept
+    {
+        return static_cast<std::size_t>(identity.inode * 0x9E3779B97F4A7C15ULL ^ identity.device);
+    }
 };
 
 /// @returns the identity held in `information`.
@@ -236,12 +203,7 @@ private:
         bool followed = false;     // entered through a link
     };
 
-    struct IdentityHash {
-        std::size_t operator()(ObjectIdentity const& identity) const noexcept
-        {
-            return static_cast<std::size_t>(identity.inode * 0x9E3779B97F4A7C15ULL ^ identity.device);
-        }
-    };
+    using IdentityHash = ObjectIdentityHash;
 
     int reopen(std::size_t level);
     void closeOldest();

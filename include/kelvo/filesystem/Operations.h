@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kelvo::filesystem {
 
@@ -116,9 +117,16 @@ KELVO_FILESYSTEM_API bool isValidDirectoryPathLength(Path const& path);
 /// character keeps its meaning in an ECMAScript expression, so "." matches any
 /// character, "[a-z]" is a class and "(", "+", "{", "|", "^", "$" and "\" are
 /// operators. Matching is case-sensitive; the line terminators U+000A, U+000D,
-/// U+2028 and U+2029 are matched only literally.
-/// @returns true when the whole path matches; false when it does not, or when
-/// the expression engine gives up while matching.
+/// U+2028 and U+2029 are matched only literally. The answer is that of
+/// `std::regex_match` on a `std::wregex` of the expression, found in time
+/// linear in the path's length and without deep recursion, except for
+/// expressions with a back-reference, groups nested more than 128 deep or a
+/// count of more than nine digits: those are matched by the standard engine,
+/// which recurses once per character, and only on paths of at most 256 code
+/// points.
+/// @returns true when the whole path matches; false when it does not, when
+/// the expression engine gives up while matching, or when the expression is
+/// left to the engine and the path is longer than 256 code points.
 /// @throws std::regex_error, on every call, for a pattern that is not a valid
 /// expression (an unbalanced "(" or "[", a trailing "\").
 KELVO_FILESYSTEM_API bool matchesGlobPattern(Path const& path, kelvo::unicode::String const& pattern);
@@ -235,10 +243,15 @@ KELVO_FILESYSTEM_API bool rename(Path const& from, Path const& to);
 /// file gets the source's access bits less the umask, an existing one is
 /// truncated and keeps its own mode. No time, owner or other attribute goes
 /// with it.
+/// `from` is opened without waiting on it: a FIFO is read for what its
+/// writer sends (ending after a second without bytes), a device or FIFO at
+/// most 16 MiB far.
 /// @returns true when `to` exists after both files were closed; false when
 /// `failIfExists` is set and `to` exists, when `from` is a directory or
-/// cannot be opened, or when a write fails. A read error ends the copy as the
-/// end of the file does: the shortened copy is reported as a success.
+/// cannot be opened (a socket), when a write fails, or when a device or FIFO
+/// had more than 16 MiB to give (the first 16 MiB stay in `to`). A read
+/// error ends the copy as the end of the file does: the shortened copy is
+/// reported as a success.
 KELVO_FILESYSTEM_API bool copyFile(Path const& from, Path const& to, bool failIfExists);
 
 /// Makes at `to` a link to the canonical path that the link `from` resolves
@@ -257,6 +270,17 @@ KELVO_FILESYSTEM_API bool copySymbolicLink(Path const& from, Path const& to, boo
 /// not a directory, when `to` exists already, or when any entry failed.
 KELVO_FILESYSTEM_API bool copyDirectory(Path const& from, Path const& to, bool recursive);
 
+/// Copies as `copyDirectory(from, to, recursive)` does, and tells what the
+/// copy had to leave out: `unreadable` is cleared, then receives the path of
+/// every directory that could not be listed (for want of permission, an I/O
+/// error), whose copy is therefore empty or partial. `from` itself is named
+/// when it cannot be listed; so are sockets and block devices, which the
+/// status classification calls directories but which list nothing.
+/// @returns exactly what `copyDirectory(from, to, recursive)` returns, which
+/// is true for a copy with unreadable directories when nothing else failed.
+KELVO_FILESYSTEM_API bool copyDirectory(Path const& from, Path const& to, bool recursive,
+                                        std::vector<Path>& unreadable);
+
 /// Copies `from` (following links) to `to`, never overwriting: a directory
 /// with everything below it, anything else as a file.
 /// @returns the result of the copy made.
@@ -268,11 +292,13 @@ KELVO_FILESYSTEM_API bool copy(Path const& from, Path const& to);
 /// failed (the source is untouched) or the removal failed.
 KELVO_FILESYSTEM_API bool move(Path const& from, Path const& to);
 
-/// Compares the contents of two files (following links).
+/// Compares the contents of two files (following links). A device or FIFO
+/// is read as `copyFile` reads it: without waiting on it, at most 16 MiB far.
 /// @returns false when their sizes differ (a missing file has size -1) or
-/// their bytes differ; true when they are the same, and also when the sizes
-/// agree but a file cannot be opened (two missing paths compare equal). A
-/// path whose native form holds a NUL byte counts as missing.
+/// their bytes differ, or when a device or FIFO did not end within 16 MiB;
+/// true when they are the same, and also when the sizes agree but a file
+/// cannot be opened (two missing paths, two sockets compare equal). A path
+/// whose native form holds a NUL byte counts as missing.
 KELVO_FILESYSTEM_API bool compareFiles(Path const& a, Path const& b);
 
 /// Compares two trees: the same names (compared as paths are: ignoring case
@@ -282,6 +308,18 @@ KELVO_FILESYSTEM_API bool compareFiles(Path const& a, Path const& b);
 /// NUL byte) or any name, kind or file differs; true otherwise (two existing
 /// non-directories list nothing and compare equal).
 KELVO_FILESYSTEM_API bool compareDirectories(Path const& a, Path const& b);
+
+/// Compares as `compareDirectories(a, b)` does, and tells what could not be
+/// compared: `unreadable` is cleared, then receives the path of every
+/// directory, on either side, that the comparison had to list and could not
+/// (for want of permission, an I/O error; `a` or `b` themselves too, and
+/// sockets and block devices, which the status classification calls
+/// directories but which list nothing). The comparison stops at the first
+/// difference, so only what it reached by then is named.
+/// @returns exactly what `compareDirectories(a, b)` returns; a directory that
+/// cannot be listed counts as empty there, so true does not mean that every
+/// file was compared unless `unreadable` is empty.
+KELVO_FILESYSTEM_API bool compareDirectories(Path const& a, Path const& b, std::vector<Path>& unreadable);
 
 // ---- Streams ---------------------------------------------------------------
 
