@@ -3,7 +3,7 @@
 
 #include <kelvo/filesystem.h>
 
-#include "filesystem/PathInternal.h"
+#include "filesystem/path/PathInternal.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,7 +1,7 @@
 // Fuzz target: glob matching gives the answer, or the throw, of an expression compiled afresh from the rewritten pattern; the automaton behind it answers as the engine on the raw pattern too.
 #include "FuzzCheck.h"
 
-#include "filesystem/GlobAutomaton.h"
+#include "filesystem/transformations/GlobAutomaton.h"
 
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>

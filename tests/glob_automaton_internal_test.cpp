@@ -1,5 +1,5 @@
 // Tests of the glob automaton on raw expressions: every construct against std::regex_match, under the classic and a UTF-8 locale, and what it leaves to the engine.
-#include "filesystem/GlobAutomaton.h"
+#include "filesystem/transformations/GlobAutomaton.h"
 
 #include <gtest/gtest.h>
 

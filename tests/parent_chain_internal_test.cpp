@@ -1,5 +1,5 @@
 // Tests of the chain of parents that directory creation and name correction walk: every link, file name and root test agrees with Path's own decomposition, for every short spelling.
-#include "filesystem/ParentChain.h"
+#include "filesystem/path/ParentChain.h"
 
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>

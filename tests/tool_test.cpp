@@ -1248,6 +1248,39 @@ TEST_F(ToolTest, DemoTakesTheTourAndRemovesWhatItMade)
             found = found || line == expected;
         EXPECT_TRUE(found) << "missing line: " << expected << "\nin:\n" << run.out;
     }
+    // Each line that looks wrong is followed at once by the lines that say why
+    // it is so.
+    std::vector<std::pair<std::string, std::vector<std::string>>> const explained = {
+        {"\"a\" > \"B\"    compare: 1, equal: false",
+         {"  (by design: at the first letter that differs beyond case the raw code points decide, and \"a\" (U+0061)",
+          "   is above \"B\" (U+0042); so \"a\" < \"b\" and \"B\" == \"b\" yet \"a\" > \"B\": sort with PathLess)"}},
+        {"elements:      \"notes\" \".\"",
+         {"  (by design: a trailing separator stands for a final \".\", so the file name is \".\")"}},
+        {"\"/home/user/Documents/\"   -> \"/\" \"home\" \"user\" \"Documents\" \".\"",
+         {"  (by design: a trailing separator gives a final \".\" element)"}},
+        {"\"///a\"                    -> \"/\" \"\" \"a\"",
+         {"  (by design: separators after the root give an empty element)"}},
+        {"  regularFile               19  notes.txt",
+         {"  (sorted by exact code points, as listed entries compare: capitals before small letters)"}},
+        {"removeAll of the link to a directory: false (a link to a directory is never removed this way)",
+         {"  (by design: removeAll deletes a link as remove does, judged by what it names, never through it;",
+          "   rmdir refuses a link, so the answer is false and neither the link nor its directory is touched)"}},
+    };
+    for (auto const& [oddLine, explanation] : explained) {
+        auto const at = std::find(lines.begin(), lines.end(), oddLine);
+        ASSERT_NE(at, lines.end()) << "missing line: " << oddLine << "\nin:\n" << run.out;
+        std::size_t const index = static_cast<std::size_t>(at - lines.begin());
+        for (std::size_t i = 0; i < explanation.size(); ++i) {
+            ASSERT_LT(index + 1 + i, lines.size()) << run.out;
+            EXPECT_EQ(lines[index + 1 + i], explanation[i]) << "after: " << oddLine;
+        }
+    }
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "(letter case and composition are ignored)"), lines.end()) << run.out;
+    // Lines that are what one expects get no note.
+    auto const plain = std::find(lines.begin(), lines.end(), "\"a\" < \"b\"    compare: -1, equal: false");
+    ASSERT_NE(plain, lines.end()) << run.out;
+    ASSERT_NE(plain + 1, lines.end()) << run.out;
+    EXPECT_EQ(plain[1], "\"A\" < \"b\"    compare: -1, equal: false");
     bool archiveListed = false;
     for (std::string const& line : lines)
         archiveListed = archiveListed || (line.rfind("  directory ", 0) == 0 && line.size() > 9

@@ -1,5 +1,5 @@
 // Tests of the tree walks' shared parts: whole listings, and the directory stack that holds a bounded number of descriptors at any depth and notices a tree changed under it.
-#include "filesystem/TreeWalk.h"
+#include "filesystem/operations/TreeWalk.h"
 
 #include "support/ScratchDirectory.h"
 

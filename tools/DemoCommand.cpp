@@ -26,6 +26,21 @@ constexpr char kComposedResume[] = "R\xC3\xA9sum\xC3\xA9.pdf";
 // ...and as some systems store it (e followed by the combining acute accent, U+0301).
 constexpr char kDecomposedResume[] = "Re\xCC\x81sume\xCC\x81.pdf";
 
+// What the tour prints after each line that looks wrong but is the library's
+// contract (docs/odd-behaviours.md has each of them).
+constexpr char kOrderingNote[] =
+    "  (by design: at the first letter that differs beyond case the raw code points decide, and \"a\" (U+0061)\n"
+    "   is above \"B\" (U+0042); so \"a\" < \"b\" and \"B\" == \"b\" yet \"a\" > \"B\": sort with PathLess)\n";
+constexpr char kTrailingSeparatorNote[] =
+    "  (by design: a trailing separator stands for a final \".\", so the file name is \".\")\n";
+constexpr char kFinalDotNote[] = "  (by design: a trailing separator gives a final \".\" element)\n";
+constexpr char kEmptyElementNote[] = "  (by design: separators after the root give an empty element)\n";
+constexpr char kListingOrderNote[] =
+    "  (sorted by exact code points, as listed entries compare: capitals before small letters)\n";
+constexpr char kLinkRemovalNote[] =
+    "  (by design: removeAll deletes a link as remove does, judged by what it names, never through it;\n"
+    "   rmdir refuses a link, so the answer is false and neither the link nor its directory is touched)\n";
+
 void printHeading(char const* title)
 {
     std::cout << "\n== " << title << " ==\n";
@@ -69,9 +84,12 @@ void showComparison()
         int order = kelvo_private::filesystem::compare(a.string(), b.string());
         std::cout << comparisonText(String(left), String(right), order) << "    compare: " << order
                   << ", equal: " << boolText(a == b) << '\n';
+        // An order that disagrees with the folded order is explained where it
+        // shows.
+        if (order != 0 && kelvo::filesystem::PathLess()(a, b) != (order < 0))
+            std::cout << kOrderingNote;
     }
-    std::cout << "(letter case and composition are ignored; where letters differ beyond case the raw code\n"
-                 " points decide, so \"a\" > \"B\" although \"a\" < \"b\" and \"B\" == \"b\")\n";
+    std::cout << "(letter case and composition are ignored)\n";
 }
 
 void showDecomposition()
@@ -83,7 +101,10 @@ void showDecomposition()
         if (!first)
             std::cout << '\n';
         first = false;
-        printPathReport(std::cout, Path(text));
+        Path const path(text);
+        printPathReport(std::cout, path);
+        if (path.filename() == Path("."))
+            std::cout << kTrailingSeparatorNote;
     }
 }
 
@@ -100,8 +121,19 @@ void showIteration()
     printHeading("Iteration");
     for (char const* text : {"/home/user/Documents/", "//server//share", "./a/../b", "///a", "R\xC3\xA9sum\xC3\xA9s/2026"}) {
         std::string shown = quoteText(String(text));
+        Path const path(text);
         std::cout << shown << std::string(26 - std::min<std::size_t>(columns(shown), 25), ' ') << "-> "
-                  << elementsText(Path(text)) << '\n';
+                  << elementsText(path) << '\n';
+        bool endsInDot = false;
+        bool hasEmpty = false;
+        for (Path const& element : path) {
+            endsInDot = element.string() == String(".") && path.string().back() == U'/';
+            hasEmpty = hasEmpty || element.empty();
+        }
+        if (endsInDot)
+            std::cout << kFinalDotNote;
+        if (hasEmpty)
+            std::cout << kEmptyElementNote;
     }
 }
 
@@ -202,6 +234,7 @@ int showDisk(Invocation const& invocation)
         printListingLine(std::cout, entry.getStatus().getType(), fs::fileSize(entry.getPath()),
                          entry.getPath().filename().nativeString());
     }
+    std::cout << kListingOrderNote;
 
     Path notes = area.path() / Path("notes.txt");
     fs::FileStatus status = fs::status(notes);
@@ -253,7 +286,8 @@ int showFileOperations(Invocation const& invocation)
     bool const linked = fs::createSymbolicLink(tree / Path("docs"), area / Path("link"));
     bool const linkRemoved = fs::removeAll(area / Path("link"));
     std::cout << "removeAll of the link to a directory: " << boolText(linkRemoved)
-              << " (a link to a directory is never removed this way)\n";
+              << " (a link to a directory is never removed this way)\n"
+              << kLinkRemovalNote;
     // The link itself goes with a plain unlink, so that the area can go.
     bool const linkGone = std::remove((area / Path("link")).nativeString().c_str()) == 0;
     bool const removed = fs::removeAll(area);

@@ -62,7 +62,7 @@ struct Check {
     std::vector<std::size_t> emptyValues;
 };
 
-/// Reads `words` in order, as the tool always has, for what the parser below
+/// Reads `words` in order, first to last, for what the parser below
 /// is not asked to judge: a request for help (answered even when a later word
 /// is wrong, and not when an earlier one is), an empty argument, an option
 /// the command does not have, a value given to an option that takes none

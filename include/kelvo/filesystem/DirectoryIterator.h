@@ -30,6 +30,9 @@ public:
     ~DirectoryEntry() = default;
 
     /// Replaces the whole path (not just its file name) and both statuses.
+    /// Kept: the name says file name, the call takes the full path (see
+    /// docs/odd-behaviours.md, 'DirectoryEntry::replaceFilename replaces the
+    /// whole path').
     void replaceFilename(Path const& path, FileStatus status, FileStatus symlinkStatus);
 
     /// @returns the entry's full path.
@@ -39,6 +42,9 @@ public:
     FileStatus getStatus() const;
     /// @returns the stored symbolic-link status when the stored status is
     /// known; otherwise a fresh one when the path exists, else the stored one.
+    /// Kept: the stored status, not the stored link status, decides (see
+    /// docs/odd-behaviours.md, 'DirectoryEntry::replaceFilename replaces the
+    /// whole path').
     FileStatus getSymlinkStatus() const;
 
 private:
@@ -48,7 +54,9 @@ private:
 };
 
 /// Entries compare by the exact code points of their paths (no folding, no
-/// normalisation): "B" orders before "a". Statuses play no part.
+/// normalisation): "B" orders before "a". Statuses play no part. Kept: see
+/// docs/odd-behaviours.md, 'Listed entries compare exactly, paths
+/// tolerantly'.
 KELVO_FILESYSTEM_API bool operator==(DirectoryEntry const& a, DirectoryEntry const& b);
 KELVO_FILESYSTEM_API bool operator!=(DirectoryEntry const& a, DirectoryEntry const& b);
 KELVO_FILESYSTEM_API bool operator<(DirectoryEntry const& a, DirectoryEntry const& b);
@@ -62,7 +70,9 @@ KELVO_FILESYSTEM_API bool operator>=(DirectoryEntry const& a, DirectoryEntry con
 /// closed at the end of the listing or with the last copy.
 ///
 /// A directory that cannot be opened gives an iterator equal to the end at
-/// once, with `canIterate()` false. A read error ends the listing.
+/// once, with `canIterate()` false. A read error ends the listing as the end
+/// does (see docs/odd-behaviours.md, 'Listings are not sorted, and a read
+/// error looks like the end').
 class KELVO_FILESYSTEM_API DirectoryIterator {
 public:
     using iterator_category = std::input_iterator_tag;
@@ -111,7 +121,9 @@ inline DirectoryIterator end(DirectoryIterator const&) { return DirectoryIterato
 /// answers false.
 /// @returns false when `directory` is missing or not a directory, when it is
 /// empty, or when a callback answered false; true when at least one entry was
-/// visited and every callback answered true.
+/// visited and every callback answered true. Kept: an empty directory
+/// answers false (see docs/odd-behaviours.md, 'forEach of an empty directory
+/// returns false').
 /// @throws std::bad_function_call when `callback` is empty and an entry exists.
 KELVO_FILESYSTEM_API bool forEach(Path const& directory, std::function<bool(Path const&)> callback);
 

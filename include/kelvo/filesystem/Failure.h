@@ -39,8 +39,8 @@ struct Failure {
 /// `stat` behind `exists` of a missing file records "No such file or
 /// directory"), and it is never cleared by a success: like `errno`, read it
 /// right after the call that returned a failure, or clear it before the call
-/// and test it after. Each thread has its own; `errno` behaves as it always
-/// has, independently of the record.
+/// and test it after. Each thread has its own. `errno` is left as the
+/// failing call set it, independently of the record.
 KELVO_FILESYSTEM_API Failure lastFailure();
 
 /// Empties the calling thread's failure record.

@@ -17,7 +17,8 @@ public:
     /// An object that holds nothing.
     FileLock() noexcept = default;
     /// Tries to lock `path`; whether it succeeded is not reported (use
-    /// `lockFile` to know).
+    /// `lockFile` to know; see docs/odd-behaviours.md, 'A FileLock that failed
+    /// once reports success ever after').
     explicit FileLock(Path const& path);
     /// Releases the lock and the descriptor, if any. Never throws.
     ~FileLock();
@@ -30,15 +31,19 @@ public:
     /// when the file cannot be opened for reading and writing, or when
     /// another holder has it; true when the lock is taken, and at once for
     /// any path other than a directory when the object already holds a
-    /// descriptor.
+    /// descriptor. Kept: a failed attempt keeps its descriptor, so the next
+    /// call on the same object answers true without locking (see
+    /// docs/odd-behaviours.md, 'A FileLock that failed once reports success
+    /// ever after').
     bool lockFile(Path const& path);
 
-    /// Releases the lock and closes the descriptor. The object keeps the
-    /// closed descriptor's number, as it always has: a later `lockFile`
-    /// reports true without locking anything, and a second `unlockFile` or
-    /// the destructor closes that number again. Since the system may have
-    /// given the number to another file by then, let the object go soon after
-    /// unlocking rather than keeping it.
+    /// Releases the lock and closes the descriptor. Kept: the object keeps the
+    /// closed descriptor's number, so a later `lockFile` reports true without
+    /// locking anything, and a second `unlockFile` or the destructor closes
+    /// that number again (see docs/odd-behaviours.md, 'A FileLock that failed
+    /// once reports success ever after'). Since the system may have given the
+    /// number to another file by then, let the object go soon after unlocking
+    /// rather than keeping it.
     void unlockFile();
 
     /// @returns true when some holder, in this or another process, has a lock
@@ -48,7 +53,8 @@ public:
 
     /// Installs the process-wide predicate asked before every lock is taken
     /// (an empty function removes it). Meant to be set once, early: it is not
-    /// synchronised with threads taking locks.
+    /// synchronised with threads taking locks (see docs/odd-behaviours.md,
+    /// 'The FileLock validation callback is not synchronised').
     static void setValidationCallback(std::function<bool(Path const&)> callback);
 
 private:

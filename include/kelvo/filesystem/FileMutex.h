@@ -29,8 +29,9 @@ enum class FileMutexGuard {
 /// owner's heartbeat: a file not modified for more than `staleAfter` whole
 /// seconds is abandoned and may be taken over. Ownership belongs to the
 /// process: every `FileMutex` of one process, on any thread, shares its
-/// identifier, so threads of one process do not exclude each other. A child
-/// made by `fork` has an identifier of its own.
+/// identifier, so threads of one process do not exclude each other (see
+/// docs/odd-behaviours.md, 'A FileMutex belongs to the process, not the
+/// thread'). A child made by `fork` has an identifier of its own.
 ///
 /// A holder keeps its lock fresh by calling `try_lock` again before
 /// `staleAfter` runs out. The object owns nothing on disk: destroying it
@@ -59,7 +60,8 @@ public:
     /// Deliberately without any limit on the attempts or on the time: it
     /// returns only when the mutex is taken, which a holder that never
     /// releases allows once its file goes stale. Use `try_lock` in a loop of
-    /// your own to give up earlier.
+    /// your own to give up earlier (see docs/odd-behaviours.md,
+    /// 'FileMutex::lock retries without bound, by design').
     /// @throws std::logic_error as `try_lock` does, ending the wait.
     void lock();
 
@@ -117,8 +119,9 @@ public:
 
     /// @returns true when the file exists and its age, truncated to whole
     /// seconds, is greater than `staleAfter` (a file modified 10.9 s ago is
-    /// not stale with a limit of 10 s, one modified 11 s ago is); false when
-    /// it is absent or modified in the future.
+    /// not stale with a limit of 10 s, one modified 11 s ago is; see
+    /// docs/odd-behaviours.md, 'A FileMutex belongs to the process, not the
+    /// thread'); false when it is absent or modified in the future.
     bool isFileStale() const;
 
 private:

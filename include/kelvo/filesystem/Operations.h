@@ -18,35 +18,49 @@ namespace kelvo::filesystem {
 // ---- Status ---------------------------------------------------------------
 
 /// @returns the status of `path`, following a final symbolic link; type
-/// `none` with `unknownPermissions` when it cannot be obtained. Kinds are
-/// told by single mode bits, so block devices and sockets report `directory`.
+/// `none` with `unknownPermissions` when it cannot be obtained.
+/// Kept: kinds are told by single mode bits, so block devices and sockets
+/// report `directory` (see docs/odd-behaviours.md, 'File types are told by
+/// single bits').
 KELVO_FILESYSTEM_API FileStatus status(Path const& path);
 
 /// @returns the status of `path` itself, not following a final symbolic link;
-/// type `none` with `unknownPermissions` on failure. Every object whose mode
-/// has the regular-file or character-device bit (and not the directory bit)
-/// reports `symbolicLink`: links, but also regular files and devices.
+/// type `none` with `unknownPermissions` on failure.
+/// Kept: every object whose mode has the regular-file or character-device bit
+/// (and not the directory bit) reports `symbolicLink`: links, but also
+/// regular files and devices (see docs/odd-behaviours.md, 'File types are
+/// told by single bits').
 KELVO_FILESYSTEM_API FileStatus symbolicLinkStatus(Path const& path);
 
-/// @returns true when `path` can be stat'ed (a dangling link does not exist).
+/// @returns true when `path` can be stat'ed; false for a dangling link and
+/// for what may not be reached (see docs/odd-behaviours.md, 'exists is false
+/// for a dangling link and for what you may not reach').
 KELVO_FILESYSTEM_API bool exists(Path const& path);
 
 /// @returns true when `status(path)` has type `directory`.
 KELVO_FILESYSTEM_API bool isDirectory(Path const& path);
 
 /// Sets the access bits of `path` (following links) to `permissions` & 0777.
+/// Kept: `Permissions::unknownPermissions` sets mode 0777 (see
+/// docs/odd-behaviours.md, 'Status values drop the set-user-ID, set-group-ID
+/// and sticky bits').
 /// @returns true on success, false on failure.
 KELVO_FILESYSTEM_API bool setPermissions(Path const& path, Permissions permissions);
 
-/// @returns the size in bytes of `path` (following links), or -1 on failure.
+/// @returns the size in bytes of `path` (following links), the `stat` size
+/// of a directory, or -1 on failure (see docs/odd-behaviours.md, 'A failed
+/// query looks like a value').
 KELVO_FILESYSTEM_API std::int64_t fileSize(Path const& path);
 
 /// @returns the modification time of `path` (following links) to the
-/// microsecond, or the epoch on failure.
+/// microsecond, or the epoch on failure (see docs/odd-behaviours.md, 'A
+/// failed query looks like a value').
 KELVO_FILESYSTEM_API FileTime getModificationTime(Path const& path);
 
-/// Sets the modification time of `path` (following links) to `time`, keeping
-/// the access time's seconds.
+/// Sets the modification time of `path` (following links) to `time`.
+/// Kept: the access time keeps its seconds, and its sub-second part only
+/// where it can be passed on (see docs/odd-behaviours.md,
+/// 'setModificationTime keeps only the access time's seconds').
 /// @returns true on success; false when `path` cannot be stat'ed (nothing is
 /// changed) or the times cannot be set.
 KELVO_FILESYSTEM_API bool setModificationTime(Path const& path, FileTime const& time);
@@ -63,20 +77,26 @@ KELVO_FILESYSTEM_API Path canonical(Path const& path);
 /// the parent of the link's target; past the existing prefix the rest is
 /// handled as text. A ".." with nothing before it (or right after the root)
 /// is dropped. A trailing separator of `path` is kept.
+/// Kept: a ".." right after the root empties what came before, so "/../a"
+/// gives "a" (see docs/odd-behaviours.md, 'resolveDots does not stop at the
+/// root').
 /// @returns the resolved path; empty for an empty `path` (and for one whose
 /// dots climb out of everything, such as "/..").
 KELVO_FILESYSTEM_API Path resolveDots(Path const& path);
 
 /// @returns `base / path` for a relative `path` and a complete `base`; `path`
 /// unchanged when it is empty, complete or has a root name, or when `base` is
-/// not complete.
+/// not complete, with no error (see docs/odd-behaviours.md, 'complete with a
+/// relative base does nothing').
 KELVO_FILESYSTEM_API Path complete(Path const& path, Path const& base);
 
 /// @returns `path` completed against the current directory; `path` unchanged
 /// when it is complete or the current directory cannot be found.
 KELVO_FILESYSTEM_API Path systemComplete(Path const& path);
 
-/// Accepts the flag and does nothing: the limits always come from the system.
+/// Accepts the flag and does nothing: the limits come from the system at
+/// each call (see docs/odd-behaviours.md, 'setUseLongPathNames does
+/// nothing').
 KELVO_FILESYSTEM_API void setUseLongPathNames(bool useLongPathNames);
 
 /// @returns the longest path in native bytes, as the system answers for "/"
@@ -100,8 +120,10 @@ KELVO_FILESYSTEM_API std::int32_t getMaxNativeStringNameLength(Path const& path)
 /// With `checkParent`, whether the parent exists is found out (replacing
 /// `parentExists`) and an existing parent is measured in its real,
 /// link-free form.
-/// @returns true when the path fits (or the system sets no limit); false when
-/// the path or one of its new names is too long.
+/// @returns true when the path fits (or the system sets no limit: a
+/// `pathconf` answer of -1 passes everything, see docs/odd-behaviours.md,
+/// 'setUseLongPathNames does nothing'); false when the path or one of its
+/// new names is too long.
 KELVO_FILESYSTEM_API bool isValidPathLengthC(Path const& path, bool checkParent, bool parentExists);
 
 /// @returns `isValidPathLengthC(path, true, false)`.
@@ -124,6 +146,8 @@ KELVO_FILESYSTEM_API bool isValidDirectoryPathLength(Path const& path);
 /// count of more than nine digits: those are matched by the standard engine,
 /// which recurses once per character, and only on paths of at most 256 code
 /// points.
+/// Kept: only "?" and "*" are rewritten (see docs/odd-behaviours.md, 'Glob
+/// patterns are regular expressions in disguise').
 /// @returns true when the whole path matches; false when it does not, when
 /// the expression engine gives up while matching, or when the expression is
 /// left to the engine and the path is longer than 256 code points.
@@ -133,20 +157,27 @@ KELVO_FILESYSTEM_API bool matchesGlobPattern(Path const& path, kelvo::unicode::S
 
 /// Replaces, one for one, every character of `path` other than ASCII letters
 /// and digits, "/", the space and !#$&'()-@^_`{}~. by "_" (combining marks of
-/// a decomposed letter included).
+/// a decomposed letter included): kept, so "é" becomes "e_" (see
+/// docs/odd-behaviours.md, 'sanitize turns accents into "_"').
 /// @returns the sanitised path, of the same shape and length.
 KELVO_FILESYSTEM_API Path sanitize(Path const& path);
 
 /// Turns the last element of `path` into an upper-case DOS short name of at
 /// most eight characters, a dot and three, and numbers it "~1", "~2", ...
-/// until it names nothing beside `path`.
+/// until it names nothing beside `path`. Kept: what cannot be kept is
+/// dropped, a taken name is padded with "_" before its "~N", and the search
+/// has no upper bound (see docs/odd-behaviours.md, 'toDos8Dot3 drops what it
+/// cannot keep').
 /// @returns the parent of `path` joined with the short name ("FILE" when no
 /// character of the name is kept).
 KELVO_FILESYSTEM_API Path toDos8Dot3(Path const& path);
 
 /// Shortens `path` for display in `maxLength` characters: the first and the
-/// last element are always kept, elements next to them while they fit, and
-/// the dropped run in between becomes `ellipsis` between two "/".
+/// last element are kept whatever their length, elements next to them while
+/// they fit, and the dropped run in between becomes `ellipsis` between two
+/// "/". Kept: a path of exactly `maxLength` characters is still shortened,
+/// and the result may exceed `maxLength` (see docs/odd-behaviours.md,
+/// 'generateElidedPath may exceed the limit').
 /// @returns the text of `path` when it is shorter than `maxLength` or nothing
 /// had to be dropped; otherwise head, "/", ellipsis, "/", tail (longer than
 /// `maxLength` when the first and last elements alone are).
@@ -156,8 +187,10 @@ KELVO_FILESYSTEM_API kelvo::unicode::String generateElidedPath(Path const& path,
 /// Finds the spelling of `path` on disk, ignoring letter case and Unicode
 /// composition, by listing directories. With `checkAll` false an existing path
 /// and existing ancestors are trusted; with it true every element is looked up
-/// from the root down. A directory that cannot be listed keeps the element as
-/// given.
+/// from the root down. Kept: a directory that cannot be listed keeps the
+/// element as given, and when several entries match the first listed wins
+/// (see docs/odd-behaviours.md, 'Name correction reports success for a
+/// directory it cannot list').
 /// @returns the on-disk spelling, whose native bytes are those of the names
 /// listed; an empty path when an element has no match.
 KELVO_FILESYSTEM_API Path findSimilarName(Path const& path, bool checkAll);
@@ -171,9 +204,11 @@ KELVO_FILESYSTEM_API bool correctFileCaseAndComposition(Path& path, bool checkAl
 
 /// Makes the directory `path` (mode 0777 less the umask) after checking that
 /// it is not there already and that its length fits the system's limits.
-/// @returns true when something exists at `path` already (of any kind) or the
-/// directory was made; false when the length check or `mkdir` fails (a
-/// missing parent included), or when the native form holds a NUL byte.
+/// @returns true when something exists at `path` already (of any kind, kept
+/// so: see docs/odd-behaviours.md, 'Creating a directory over a file
+/// succeeds') or the directory was made; false when the length check or
+/// `mkdir` fails (a missing parent included), or when the native form holds
+/// a NUL byte.
 KELVO_FILESYSTEM_API bool createDirectory(Path const& path);
 
 /// Makes the directory `path` with no check of its own.
@@ -181,8 +216,10 @@ KELVO_FILESYSTEM_API bool createDirectory(Path const& path);
 KELVO_FILESYSTEM_API bool createDirectoryValidated(Path const& path);
 
 /// Makes `path` and every missing directory above it, top-most first.
-/// @returns true when `path` exists already (of any kind) or the whole chain
-/// was made; false at the first `mkdir` that fails, leaving what was made.
+/// @returns true when `path` exists already (of any kind, see
+/// docs/odd-behaviours.md, 'Creating a directory over a file succeeds') or
+/// the whole chain was made; false at the first `mkdir` that fails, leaving
+/// what was made.
 KELVO_FILESYSTEM_API bool createDirectories(Path const& path);
 
 /// As `createDirectories` without the first check of `path` itself.
@@ -193,20 +230,33 @@ KELVO_FILESYSTEM_API bool createDirectoriesValidated(Path const& path);
 /// directory, else the system's `remove`.
 /// @returns true iff it existed and was deleted; false for a missing path, a
 /// dangling link, a link to a directory and a non-empty directory.
+/// Kept: a link is judged by what it names, so a link to a directory goes to
+/// `rmdir`, which refuses it (see docs/odd-behaviours.md, 'remove cannot
+/// remove a link to a directory or a dangling link').
 KELVO_FILESYSTEM_API bool remove(Path const& path);
 
 /// Deletes the empty directory `path` with `rmdir`.
 /// @returns true on success, false on failure.
 KELVO_FILESYSTEM_API bool removeDir(Path const& path);
 
-/// Deletes `path` and, when it is itself a directory, everything below it; a
-/// symbolic link is never descended into (the link alone goes).
-/// @returns true when everything was deleted; false at the first failure (a
-/// link to a directory or a dangling link in the tree stops it), leaving the
-/// rest in place.
+/// Deletes `path` and, when it is itself a directory (not through a link),
+/// everything below it. A symbolic link is never followed into: anything
+/// that is not a directory, a link included, is deleted as `remove` deletes
+/// it, so a link to a file goes (the link alone) while a link to a directory
+/// or a dangling link stays, with false. The tree removed is the directory
+/// whose status was read; one replaced meanwhile is left alone.
+/// Kept: a link to a directory or a dangling link, at `path` or inside the
+/// tree, stops the removal with false (see docs/odd-behaviours.md, 'remove
+/// cannot remove a link to a directory or a dangling link').
+/// @returns true when everything was deleted; false at the first failure,
+/// leaving the rest in place.
 KELVO_FILESYSTEM_API bool removeAll(Path const& path);
 
 /// Deletes every entry below `directory`, depth first, then the directory.
+/// Kept: called on a link to a directory, it empties what the link names and
+/// then answers false, since the link is no directory (see
+/// docs/odd-behaviours.md, 'A tree changed under a removal stops it with
+/// false').
 /// @returns true when all of it was deleted; false at the first failure, and
 /// for a path that is not a directory (nothing is listed, `rmdir` fails).
 KELVO_FILESYSTEM_API bool removeAllInDir(Path const& directory);
@@ -216,7 +266,8 @@ KELVO_FILESYSTEM_API bool removeAllInDir(Path const& directory);
 /// answers false.
 /// @returns false when `directory` is missing, not a directory or empty, or
 /// when an action answered false; true otherwise (an entry that does not
-/// match counts as a success).
+/// match counts as a success). Kept: an empty directory answers false (see
+/// docs/odd-behaviours.md, 'forEach of an empty directory returns false').
 /// @throws std::bad_function_call at the first match when `action` is empty,
 /// std::regex_error for a pattern that is not a valid expression.
 KELVO_FILESYSTEM_API bool forEachMatching(Path const& directory, kelvo::unicode::String const& pattern,
@@ -251,11 +302,15 @@ KELVO_FILESYSTEM_API bool rename(Path const& from, Path const& to);
 /// cannot be opened (a socket), when a write fails, or when a device or FIFO
 /// had more than 16 MiB to give (the first 16 MiB stay in `to`). A read
 /// error ends the copy as the end of the file does: the shortened copy is
-/// reported as a success.
+/// reported as a success (kept, see docs/odd-behaviours.md, 'copyFile
+/// reports a read error as success').
 KELVO_FILESYSTEM_API bool copyFile(Path const& from, Path const& to, bool failIfExists);
 
 /// Makes at `to` a link to the canonical path that the link `from` resolves
-/// to (not the link's own, possibly relative, text).
+/// to (not the link's own, possibly relative, text). Kept: a relative link
+/// becomes an absolute one, and a regular file is accepted too (see
+/// docs/odd-behaviours.md, 'copySymbolicLink copies the resolved target, not
+/// the link's text').
 /// @returns true iff the new link was made; false when `from` is not a link
 /// to the library's status classification, when `to` exists and
 /// `failIfExists` is set or it cannot be removed, or when `from` resolves to
@@ -265,7 +320,11 @@ KELVO_FILESYSTEM_API bool copySymbolicLink(Path const& from, Path const& to, boo
 /// Copies the directory `from` (following links) to the new directory `to`:
 /// files by contents, links as what they name, subdirectories with their
 /// contents when `recursive` is set, else as empty directories. A failing
-/// entry does not stop the copy.
+/// entry does not stop the copy. Every link met is followed, out of the tree
+/// too (see docs/odd-behaviours.md, 'Copies follow links'), but for a link
+/// back to a directory the copy stands in, which fails (see
+/// docs/odd-behaviours.md, 'A link back into the tree is not followed
+/// round'), and a listed directory swapped for a link while the copy runs.
 /// @returns true when every entry was copied; false when `from` is missing or
 /// not a directory, when `to` exists already, or when any entry failed.
 KELVO_FILESYSTEM_API bool copyDirectory(Path const& from, Path const& to, bool recursive);
@@ -282,12 +341,17 @@ KELVO_FILESYSTEM_API bool copyDirectory(Path const& from, Path const& to, bool r
                                         std::vector<Path>& unreadable);
 
 /// Copies `from` (following links) to `to`, never overwriting: a directory
-/// with everything below it, anything else as a file.
+/// with everything below it, anything else as a file. Kept: the kind is read
+/// through links, so a link is copied as what it names and the path for a
+/// link (a copy of the link) is never taken (see docs/odd-behaviours.md,
+/// 'Copies follow links').
 /// @returns the result of the copy made.
 KELVO_FILESYSTEM_API bool copy(Path const& from, Path const& to);
 
 /// Moves `from` to `to`: a rename, else (across file systems) a copy that
-/// never overwrites followed by the removal of the source.
+/// never overwrites followed by the removal of the source. The copy follows
+/// links as `copy` does (see docs/odd-behaviours.md, 'Copies follow links');
+/// the removal never does.
 /// @returns true when renamed, or copied and removed; false when the copy
 /// failed (the source is untouched) or the removal failed.
 KELVO_FILESYSTEM_API bool move(Path const& from, Path const& to);
@@ -298,12 +362,17 @@ KELVO_FILESYSTEM_API bool move(Path const& from, Path const& to);
 /// their bytes differ, or when a device or FIFO did not end within 16 MiB;
 /// true when they are the same, and also when the sizes agree but a file
 /// cannot be opened (two missing paths, two sockets compare equal). A path
-/// whose native form holds a NUL byte counts as missing.
+/// whose native form holds a NUL byte counts as missing. Kept: see
+/// docs/odd-behaviours.md, 'compareFiles calls two unopenable files equal'.
 KELVO_FILESYSTEM_API bool compareFiles(Path const& a, Path const& b);
 
 /// Compares two trees: the same names (compared as paths are: ignoring case
-/// and composition) of the same kinds (following links), files of the same
-/// contents, directories compared alike.
+/// and composition) of the same kinds (following links, out of the trees
+/// too), files of the same contents, directories compared alike. Each
+/// listing is put in byte order and then sorted, with a sort that is safe
+/// under any ordering, by the path ordering; names that ordering holds equal
+/// stay in byte order. Kept: see docs/odd-behaviours.md, 'compareFiles calls
+/// two unopenable files equal'.
 /// @returns false when either path is missing (or its native form holds a
 /// NUL byte) or any name, kind or file differs; true otherwise (two existing
 /// non-directories list nothing and compare equal).
@@ -336,7 +405,8 @@ KELVO_FILESYSTEM_API std::FILE* fopenWrapperWithLockCheck(Path const& path, std:
 KELVO_FILESYSTEM_API void fstreamWrapper(std::fstream& stream, Path const& path, unsigned int mode);
 
 /// As `fstreamWrapper`, but a locked file leaves `stream` exactly as it was:
-/// not opened and with no error bit set.
+/// not opened and with no error bit set (kept, see docs/odd-behaviours.md,
+/// 'fstreamWrapperWithLockCheck says nothing when it refuses').
 KELVO_FILESYSTEM_API void fstreamWrapperWithLockCheck(std::fstream& stream, Path const& path, unsigned int mode);
 
 // ---- Current directory -------------------------------------------------------

@@ -17,7 +17,9 @@ namespace kelvo::filesystem {
 class Path;
 struct PathNativeAccess;
 
-/// @returns U+002F, the separator every path text uses.
+/// @returns U+002F, the separator every path text uses. Kept: the name is
+/// spelled so, letter for letter, with no corrected alias (see
+/// docs/odd-behaviours.md, 'Two names keep their own spelling').
 KELVO_FILESYSTEM_API char32_t nativeSeparartor();
 /// @returns U+005C, the separator turned into U+002F when a path is built.
 KELVO_FILESYSTEM_API char32_t nonNativeSeparartor();
@@ -46,7 +48,9 @@ struct KELVO_FILESYSTEM_API PathIteratorExtractorFunc {
 ///
 /// Construction turns every backslash into "/" and decomposes the text; nothing
 /// else is normalised (repeated and trailing separators, "." and ".." and
-/// letter case are kept). Paths compare case- and composition-insensitively.
+/// letter case are kept). Kept: a backslash is a separator on every system
+/// (see docs/odd-behaviours.md, 'Backslashes become separators'). Paths
+/// compare case- and composition-insensitively.
 ///
 /// The native form is part of the value. A path made from bytes (a
 /// `std::string`, a `char const*`, a name read from the system) keeps exactly
@@ -59,7 +63,8 @@ struct KELVO_FILESYSTEM_API PathIteratorExtractorFunc {
 /// (same text) and still name two files.
 ///
 /// Every const member may be called on one `Path` from several threads at
-/// once: a native form made on first use is published atomically.
+/// once: a native form made on first use is published atomically. A
+/// non-const member must not run while another thread uses the same object.
 class KELVO_FILESYSTEM_API Path {
 public:
     using String = kelvo::unicode::String;
@@ -122,7 +127,9 @@ public:
     /// it; the whole path when it has no root; empty when nothing follows.
     Path relativePath() const;
     /// @returns the path without its last element ("a/b" for "a/b/"); empty
-    /// when there is none.
+    /// when there is none. Decomposition keeps every oddity of the text (see
+    /// docs/odd-behaviours.md, 'Decomposition keeps every oddity of the
+    /// text').
     Path parentPath() const;
     /// @returns the last element: "/" for "/", "." after a trailing
     /// separator, empty for an empty path.
@@ -155,7 +162,9 @@ public:
     Path& operator+=(Path const& rhs);
 
     /// @returns an iterator on the first element. The path must outlive the
-    /// iterator and stay unchanged while it is used.
+    /// iterator and stay unchanged while it is used. Kept: empty and "."
+    /// elements are yielded ("a/b/" gives "a", "b", "."; see
+    /// docs/odd-behaviours.md, 'Iteration yields empty and "." elements').
     iterator begin() const;
     /// @returns the end iterator.
     iterator end() const;
@@ -207,15 +216,19 @@ KELVO_FILESYSTEM_API bool operator==(char const* utf8, Path const& b);
 KELVO_FILESYSTEM_API bool operator==(Path const& a, std::string const& utf8);
 KELVO_FILESYSTEM_API bool operator==(std::string const& utf8, Path const& b);
 /// The text is compared as it stands: backslashes are not turned into "/",
-/// so "a/b" is both equal and unequal to "a\b". Kept as it is because
-/// existing callers depend on both answers.
+/// so "a/b" is both equal and unequal to "a\b".
+/// Kept: `==` and `!=` with a text disagree about backslashes (see
+/// docs/odd-behaviours.md, '== and != disagree about backslashes').
 KELVO_FILESYSTEM_API bool operator!=(Path const& a, kelvo::unicode::String const& b);
 KELVO_FILESYSTEM_API bool operator!=(kelvo::unicode::String const& a, Path const& b);
 KELVO_FILESYSTEM_API bool operator!=(Path const& a, char const* utf8);
 KELVO_FILESYSTEM_API bool operator!=(char const* utf8, Path const& b);
 KELVO_FILESYSTEM_API bool operator!=(Path const& a, std::string const& utf8);
 KELVO_FILESYSTEM_API bool operator!=(std::string const& utf8, Path const& b);
-/// Tolerant ordering; see `kelvo_private::filesystem::compare`.
+/// Tolerant ordering; see `kelvo_private::filesystem::compare`. Kept: not
+/// transitive across letter case, so use `PathLess` for sorting (see
+/// docs/odd-behaviours.md, 'The ordering is not transitive across letter
+/// case').
 KELVO_FILESYSTEM_API bool operator<(Path const& a, Path const& b);
 KELVO_FILESYSTEM_API bool operator<=(Path const& a, Path const& b);
 KELVO_FILESYSTEM_API bool operator>(Path const& a, Path const& b);

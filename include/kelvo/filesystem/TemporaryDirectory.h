@@ -16,7 +16,8 @@ KELVO_FILESYSTEM_API Path getTemporaryDirectory();
 
 /// @returns the operating system's temporary directory, ignoring every
 /// override: the value of the first of "TMPDIR", "TMP", "TEMP", "TEMPDIR"
-/// that is set (a variable set to the empty string gives the empty path),
+/// that is set (kept: a variable set to the empty string gives the empty
+/// path, see docs/odd-behaviours.md, 'An empty TMPDIR gives an empty path'),
 /// else "/tmp". Nothing is checked on disk.
 KELVO_FILESYSTEM_API Path getOSTemporaryDirectory();
 
@@ -27,7 +28,9 @@ public:
     /// Arms the reaper for `path` (an empty path arms nothing).
     explicit PathReaper(Path const& path);
     /// Removes the path with `remove` when it is armed and exists; a failure
-    /// is not reported. Never throws.
+    /// is not reported. Never throws. Kept: a non-empty directory or a link
+    /// to a directory stays (see docs/odd-behaviours.md, 'A PathReaper
+    /// deletes with remove').
     ~PathReaper();
 
     PathReaper(PathReaper const&) = delete;
@@ -76,7 +79,8 @@ private:
 /// popped the override. A program is safe when its `TemporaryDirectory`
 /// objects are made and destroyed by one thread, strictly nested (the last
 /// made is the first destroyed), and nothing else pops the overrides they
-/// pushed. Not copyable.
+/// pushed. Not copyable. Kept: see docs/odd-behaviours.md, 'A
+/// TemporaryDirectory deletes whatever is current when it dies'.
 class KELVO_FILESYSTEM_API TemporaryDirectory {
 public:
     /// Creates `path` with its parents when missing (a failure is not
@@ -90,9 +94,11 @@ public:
     /// entries of the current temporary directory whose names match `prefix`
     /// followed by "*" (glob syntax: "?" and "*" are wildcards and the other
     /// characters keep their regular-expression meaning) and whose
-    /// modification time is more than `maxAge` ago, to the microsecond. The
-    /// new directory is named `prefix` followed by a random unsigned 32-bit
-    /// number in decimal, inside the current temporary directory.
+    /// modification time is more than `maxAge` ago, to the microsecond (see
+    /// docs/odd-behaviours.md, 'The sweep deletes any old entry that matches
+    /// the prefix'). The new directory is named `prefix` followed by a random
+    /// unsigned 32-bit number in decimal, inside the current temporary
+    /// directory.
     /// @throws std::regex_error when `prefix` followed by "*" is not a valid
     /// pattern; then nothing is deleted, created or pushed.
     TemporaryDirectory(kelvo::unicode::String const& prefix, std::chrono::microseconds maxAge);
@@ -112,11 +118,14 @@ public:
     /// @returns a path under `base` named `prefix` followed by a random
     /// unsigned 32-bit number in decimal that did not exist when it was
     /// checked. Nothing is created, so another process may take the name
-    /// before the caller does.
+    /// before the caller does (see docs/odd-behaviours.md,
+    /// 'makeUniqueTemporaryDirectory reserves nothing').
     ///
     /// Draws a fresh number until the name is free, with no limit on the
     /// number of attempts: the call returns only with a free name, so it
-    /// would not return while every name it can draw is taken. A path whose
+    /// would not return while every name it can draw is taken (see
+    /// docs/odd-behaviours.md, 'makeUniqueTemporaryDirectory draws names
+    /// without a limit'). A path whose
     /// native form holds a NUL byte names no file, so such a candidate (a
     /// `prefix` or `base` holding U+0000) is free at once; `createDirectories`
     /// and `removeAll` then refuse it, so a `TemporaryDirectory` made with such

@@ -11,10 +11,10 @@ namespace kelvo_private::filesystem {
 ///
 /// Both are brought to Normalization Form D; at the first position where the
 /// code points differ even after case folding, the raw (unfolded) code points
-/// decide. So "a" < "b" and "A" < "b", but "a" > "B" while "B" equals "b": the
-/// order is not transitive across letter case, and is kept so because stored
-/// orderings rely on it. A shorter text that is a prefix of a longer one sorts
-/// first.
+/// decide. So "a" < "b" and "A" < "b", but "a" > "B" while "B" equals "b".
+/// Kept: the order is not transitive across letter case (see
+/// docs/odd-behaviours.md, 'The ordering is not transitive across letter
+/// case'). A shorter text that is a prefix of a longer one sorts first.
 /// @returns -1, 0 or 1.
 KELVO_FILESYSTEM_API int compare(kelvo::unicode::String const& a, kelvo::unicode::String const& b);
 

@@ -1,9 +1,0 @@
-// Internal helpers shared by the path sources and the filesystem code: the text store, the path rules and native-form access.
-#ifndef KELVO_SRC_FILESYSTEM_PATH_INTERNAL_H
-#define KELVO_SRC_FILESYSTEM_PATH_INTERNAL_H
-
-#include "PathNativeAccess.h"
-#include "PathRules.h"
-#include "PathTextStore.h"
-
-#endif

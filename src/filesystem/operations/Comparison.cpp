@@ -1,0 +1,377 @@
+// File and tree comparison: contents in large blocks through descriptors (with a bound for FIFOs and devices), trees walked through stacks of directory descriptors and sorted safely under the path ordering.
+#include <kelvo/filesystem/Operations.h>
+
+#include "filesystem/path/PathInternal.h"
+#include "filesystem/path/SafeSort.h"
+#include "filesystem/operations/SourceReading.h"
+#include "filesystem/operations/TreeWalk.h"
+#include "filesystem/posix/Tree.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace kelvo::filesystem {
+
+namespace {
+
+using detail::DirectoryStack;
+using detail::Entered;
+using detail::ListedKind;
+using detail::OwnedDescriptor;
+using detail::SourceReader;
+
+constexpr std::int64_t kSmallestBlock = 4096;
+constexpr std::int64_t kLargestBlock = 262144;
+
+// Reads until `count` bytes are in, a read gives nothing, or `expected`
+// bytes (the size the status reported, when positive) are in: a file that
+// has not changed ends there, so no read is spent on seeing its end. A read
+// that fails counts as the end of the file, as a short stream read always
+// has, so the comparison loop ends.
+std::size_t readFull(SourceReader& reader, char* buffer, std::size_t count, std::int64_t expected)
+{
+    std::size_t got = 0;
+    while (got < count) {
+        if (expected > 0 && static_cast<std::int64_t>(got) == expected)
+            break;
+        long const n = reader.read(buffer + got, count - got);
+        if (n <= 0)
+            break;
+        got += static_cast<std::size_t>(n);
+    }
+    return got;
+}
+
+// Compares two open files of the same `size` block by block. A block one byte
+// longer than a small file sees its end in the first pass. Sources that are
+// cut short at the reader's bound (devices that never end) were not seen to
+// their ends, and are not called equal.
+bool compareOpenFiles(SourceReader& a, SourceReader& b, std::int64_t size)
+{
+    std::size_t const block = static_cast<std::size_t>(std::clamp(size + 1, kSmallestBlock, kLargestBlock));
+    std::unique_ptr<char[]> const buffers(new char[2 * block]);
+    char* const bufferA = buffers.get();
+    char* const bufferB = buffers.get() + block;
+    // Once the reported size is used up, every read goes to the system, so
+    // content beyond it (a file that grew) is still compared.
+    std::int64_t remaining = size;
+    for (;;) {
+        std::size_t const gotA = readFull(a, bufferA, block, remaining);
+        std::size_t const gotB = readFull(b, bufferB, block, remaining);
+        if (gotA != gotB)
+            return false;
+        if (std::memcmp(bufferA, bufferB, gotA) != 0)
+            return false;
+        if (gotB < block) // both at their ends: the counts agree
+            return !a.cutShort() && !b.cutShort();
+        remaining -= static_cast<std::int64_t>(gotA);
+    }
+}
+
+// Compares the files `nameA` of `directoryA` and `nameB` of `directoryB`
+// once their sizes agree. A file that cannot be opened counts as equal. They
+// are opened without waiting on them (a FIFO with no writer, a device).
+bool compareFilesAt(int directoryA, char const* nameA, int flagsA,
+                    int directoryB, char const* nameB, int flagsB, std::int64_t size)
+{
+    posix::ObjectInformation informationA;
+    posix::ObjectInformation informationB;
+    OwnedDescriptor a(nameA != nullptr ? detail::openSource(directoryA, nameA, flagsA, informationA) : -1);
+    if (!a.isOpen())
+        return true;
+    OwnedDescriptor b(nameB != nullptr ? detail::openSource(directoryB, nameB, flagsB, informationB) : -1);
+    if (!b.isOpen())
+        return true;
+    SourceReader readerA(a.get(), informationA.mode);
+    SourceReader readerB(b.get(), informationB.mode);
+    return compareOpenFiles(readerA, readerB, size);
+}
+
+// The kind the library's status gives, from a followed mode: single bits,
+// tried in the order the status classification tries them.
+FileType followedType(bool found, std::uint32_t mode)
+{
+    if (!found)
+        return FileType::none;
+    if ((mode & 040000) != 0)
+        return FileType::directory;
+    if ((mode & 0100000) != 0)
+        return FileType::regularFile;
+    if ((mode & 020000) != 0)
+        return FileType::characterDevice;
+    if ((mode & 010000) != 0)
+        return FileType::fifo;
+    return FileType::unknown;
+}
+
+struct ListedName {
+    Path name;         // compared as paths compare
+    std::string bytes; // the name as listed, to reach the entry by
+    bool mayFollow;    // a link (or unreported kind): followed as the status does
+};
+
+std::vector<ListedName> listSorted(detail::Listing const& listing)
+{
+    std::vector<ListedName> names;
+    names.reserve(listing.size());
+    for (std::size_t i = 0; i < listing.size(); ++i) {
+        ListedKind const kind = listing.kind(i);
+        names.push_back(ListedName{Path(listing.name(i)), std::string(listing.name(i), listing.nameLength(i)),
+                                   kind == ListedKind::link || kind == ListedKind::unknown});
+    }
+    // The path ordering is not a strict weak ordering, so the sort is one
+    // that is safe under any ordering. Its result then depends on where it
+    // starts, so it starts from byte order, the same for a tree and its copy
+    // whatever order their listings gave; names the ordering holds equal
+    // (NFC and NFD twins, case twins) stay in byte order.
+    std::sort(names.begin(), names.end(), [](ListedName const& x, ListedName const& y) { return x.bytes < y.bytes; });
+    detail::safeSort(names, [](ListedName const& x, ListedName const& y) {
+        int const order = detail::compareDecomposed(PathNativeAccess::text(x.name), PathNativeAccess::text(y.name));
+        return order != 0 ? order < 0 : x.bytes < y.bytes;
+    });
+    return names;
+}
+
+// One side of the walk: the tree's top, its stack of open directories, and
+// the names that led from the top to the current level.
+struct Side {
+    Path const& top;
+    DirectoryStack stack;
+    std::vector<std::string> trail;
+};
+
+// One pair of directories the comparison stands in: both sorted listings,
+// the next pair of entries to compare, and whether each side's stack went
+// down for it (a side that could not be entered lists nothing).
+struct CompareLevel {
+    std::vector<ListedName> namesA;
+    std::vector<ListedName> namesB;
+    std::size_t next = 0;
+    bool enteredA = false;
+    bool enteredB = false;
+};
+
+// Compares two trees without recursion, each walked through a stack of
+// directory descriptors, so that any depth takes a bounded number of them.
+class TreeComparison {
+public:
+    TreeComparison(Path const& a, Path const& b, std::vector<Path>* unreadable)
+        : sideA{a, {}, {}}, sideB{b, {}, {}}, unreadable(unreadable)
+    {
+    }
+
+    bool run(char const* nativeA, char const* nativeB);
+
+private:
+    bool compareEntry(ListedName const& a, ListedName const& b);
+    bool compareSubdirectories(ListedName const& a, ListedName const& b,
+                               posix::ObjectInformation const& informationA,
+                               posix::ObjectInformation const& informationB);
+    bool openTop(Side& side, char const* native, std::vector<ListedName>& names);
+    bool readLevel(Side& side, std::vector<ListedName>& names);
+    void reportUnreadable(Side const& side, std::string const* name);
+
+    Side sideA;
+    Side sideB;
+    std::vector<Path>* const unreadable;
+    std::deque<CompareLevel> levels;
+};
+
+void TreeComparison::reportUnreadable(Side const& side, std::string const* name)
+{
+    if (unreadable == nullptr)
+        return;
+    Path path = side.top;
+    for (std::string const& step : side.trail)
+        path = path / Path(step);
+    if (name != nullptr)
+        path = path / Path(*name);
+    unreadable->push_back(std::move(path));
+}
+
+// Reads the whole listing of the side's current directory, sorted.
+// @returns true when it was read to its end; else what was read is kept.
+bool TreeComparison::readLevel(Side& side, std::vector<ListedName>& names)
+{
+    detail::Listing listing;
+    bool const complete = listing.read(side.stack.descriptor());
+    names = listSorted(listing);
+    return complete;
+}
+
+// Opens the top of one side and reads its listing. A top that cannot be
+// opened as a directory lists nothing, like a non-directory; only a
+// directory is named as unreadable then.
+bool TreeComparison::openTop(Side& side, char const* native, std::vector<ListedName>& names)
+{
+    if (side.stack.open(posix::kWorkingDirectory, native, true)) {
+        if (!readLevel(side, names))
+            reportUnreadable(side, nullptr);
+        return true;
+    }
+    int const error = errno;
+    posix::ObjectInformation information;
+    if (posix::statAt(posix::kWorkingDirectory, native, true, information) && detail::isDirectoryMode(information.mode))
+        reportUnreadable(side, nullptr);
+    errno = error;
+    return false;
+}
+
+bool TreeComparison::run(char const* nativeA, char const* nativeB)
+{
+    levels.emplace_back();
+    openTop(sideA, nativeA, levels.back().namesA);
+    openTop(sideB, nativeB, levels.back().namesB);
+    if (levels.back().namesA.size() != levels.back().namesB.size())
+        return false;
+    for (;;) {
+        CompareLevel& level = levels.back();
+        if (level.next == level.namesA.size()) {
+            if (levels.size() == 1)
+                return true;
+            if ((level.enteredA && !sideA.stack.leave()) || (level.enteredB && !sideB.stack.leave()))
+                return false; // a tree changed under the comparison: it cannot say equal
+            if (level.enteredA)
+                sideA.trail.pop_back();
+            if (level.enteredB)
+                sideB.trail.pop_back();
+            levels.pop_back();
+            continue;
+        }
+        std::size_t const index = level.next++;
+        // The names are held by the level, which stays where it is while
+        // levels are added below it.
+        if (!compareEntry(level.namesA[index], level.namesB[index]))
+            return false;
+    }
+}
+
+// Compares one pair of entries of the current levels: the same name, the
+// same kind following links, then the same contents, or (for directories)
+// goes down into them, to be compared before the rest of these levels.
+bool TreeComparison::compareEntry(ListedName const& a, ListedName const& b)
+{
+    if (detail::compareDecomposed(PathNativeAccess::text(a.name), PathNativeAccess::text(b.name)) != 0)
+        return false;
+    int const directoryA = sideA.stack.descriptor();
+    int const directoryB = sideB.stack.descriptor();
+    posix::ObjectInformation informationA;
+    posix::ObjectInformation informationB;
+    bool const foundA = posix::statAt(directoryA, a.bytes.c_str(), true, informationA);
+    bool const foundB = posix::statAt(directoryB, b.bytes.c_str(), true, informationB);
+    FileType const type = followedType(foundA, informationA.mode);
+    if (type != followedType(foundB, informationB.mode))
+        return false;
+    if (type == FileType::directory)
+        return compareSubdirectories(a, b, informationA, informationB);
+    std::int64_t const sizeA = foundA ? informationA.size : -1;
+    std::int64_t const sizeB = foundB ? informationB.size : -1;
+    if (sizeA != sizeB)
+        return false;
+    return compareFilesAt(directoryA, a.bytes.c_str(), a.mayFollow ? 0 : O_NOFOLLOW,
+                          directoryB, b.bytes.c_str(), b.mayFollow ? 0 : O_NOFOLLOW, sizeA);
+}
+
+bool TreeComparison::compareSubdirectories(ListedName const& a, ListedName const& b,
+                                           posix::ObjectInformation const& informationA,
+                                           posix::ObjectInformation const& informationB)
+{
+    Entered const enteredA = sideA.stack.enter(a.bytes.c_str(), a.mayFollow);
+    int const errorA = errno;
+    Entered const enteredB = sideB.stack.enter(b.bytes.c_str(), b.mayFollow);
+    int const errorB = errno;
+    CompareLevel level;
+    level.enteredA = enteredA == Entered::entered;
+    level.enteredB = enteredB == Entered::entered;
+    auto const undo = [&] {
+        // Leaving straight after entering reaches the parent still held.
+        if (level.enteredA)
+            sideA.stack.leave();
+        if (level.enteredB)
+            sideB.stack.leave();
+    };
+
+    if (enteredA == Entered::loop || enteredB == Entered::loop) {
+        // A link back to a directory the walk stands in would be compared
+        // without end. Two links that lead back to the same level of their
+        // trees are equal (what is there is being compared already); a loop
+        // against anything else is not.
+        bool const same = enteredA == Entered::loop && enteredB == Entered::loop
+            && sideA.stack.levelOf(detail::identityOf(informationA))
+                == sideB.stack.levelOf(detail::identityOf(informationB));
+        undo();
+        return same;
+    }
+    if ((enteredA == Entered::failed && errorA == ENOENT) || (enteredB == Entered::failed && errorB == ENOENT)) {
+        undo(); // gone since it was listed: a missing directory is unequal
+        return false;
+    }
+    // A directory that cannot be opened lists nothing.
+    if (level.enteredA) {
+        sideA.trail.push_back(a.bytes);
+        if (!readLevel(sideA, level.namesA))
+            reportUnreadable(sideA, nullptr);
+    } else {
+        reportUnreadable(sideA, &a.bytes);
+    }
+    if (level.enteredB) {
+        sideB.trail.push_back(b.bytes);
+        if (!readLevel(sideB, level.namesB))
+            reportUnreadable(sideB, nullptr);
+    } else {
+        reportUnreadable(sideB, &b.bytes);
+    }
+    if (level.namesA.size() != level.namesB.size())
+        return false;
+    levels.push_back(std::move(level));
+    return true;
+}
+
+} // namespace
+
+bool compareFiles(Path const& a, Path const& b)
+{
+    // A path whose native form holds a NUL byte names no file: it is taken
+    // as missing (size -1), never as the shorter name before the NUL.
+    char const* nativeA = PathNativeAccess::cStringForChange(a);
+    char const* nativeB = PathNativeAccess::cStringForChange(b);
+    std::int64_t const size = nativeA != nullptr ? fileSize(a) : -1;
+    if (size != (nativeB != nullptr ? fileSize(b) : -1))
+        return false;
+    return compareFilesAt(posix::kWorkingDirectory, nativeA, 0, posix::kWorkingDirectory, nativeB, 0, size);
+}
+
+namespace {
+
+bool compareTrees(Path const& a, Path const& b, std::vector<Path>* unreadable)
+{
+    char const* nativeA = PathNativeAccess::cStringForChange(a);
+    char const* nativeB = PathNativeAccess::cStringForChange(b);
+    if (nativeA == nullptr || nativeB == nullptr) // names no directory
+        return false;
+    if (!exists(a) || !exists(b))
+        return false;
+    return TreeComparison(a, b, unreadable).run(nativeA, nativeB);
+}
+
+} // namespace
+
+bool compareDirectories(Path const& a, Path const& b)
+{
+    return compareTrees(a, b, nullptr);
+}
+
+bool compareDirectories(Path const& a, Path const& b, std::vector<Path>& unreadable)
+{
+    unreadable.clear();
+    return compareTrees(a, b, &unreadable);
+}
+
+} // namespace kelvo::filesystem

@@ -1,0 +1,176 @@
+// Directory listing: DirectoryEntry, DirectoryIterator over a shared directory stream, and forEach.
+#include <kelvo/filesystem/DirectoryIterator.h>
+
+#include <kelvo/filesystem/Operations.h>
+
+#include "filesystem/path/PathInternal.h"
+#include "filesystem/posix/System.h"
+
+#include <string>
+#include <utility>
+
+namespace kelvo::filesystem {
+
+namespace {
+
+// The deleter of the shared directory stream: the stream is closed when the
+// last iterator copy that shares it lets go.
+void DirStreamCloser(void* stream)
+{
+    if (stream != nullptr)
+        posix::closeDirectory(static_cast<DIR*>(stream));
+}
+
+bool isDotOrDotDot(char const* name) noexcept
+{
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+} // namespace
+
+// ---- DirectoryEntry ----------------------------------------------------------
+
+DirectoryEntry::DirectoryEntry(Path const& path, FileStatus status, FileStatus symlinkStatus)
+    : path(path), status(status), symlinkStatus(symlinkStatus)
+{
+}
+
+DirectoryEntry::DirectoryEntry(Path&& path, FileStatus status, FileStatus symlinkStatus) noexcept
+    : path(std::move(path)), status(status), symlinkStatus(symlinkStatus)
+{
+}
+
+void DirectoryEntry::replaceFilename(Path const& newPath, FileStatus newStatus, FileStatus newSymlinkStatus)
+{
+    path = newPath;
+    status = newStatus;
+    symlinkStatus = newSymlinkStatus;
+}
+
+Path const& DirectoryEntry::getPath() const noexcept { return path; }
+
+FileStatus DirectoryEntry::getStatus() const
+{
+    if (status.getType() != FileType::none)
+        return status;
+    if (exists(path))
+        return kelvo::filesystem::status(path);
+    return status;
+}
+
+FileStatus DirectoryEntry::getSymlinkStatus() const
+{
+    // Kept: the stored status, not the stored link status, decides, so an
+    // entry whose status is known answers from what was stored with it (see
+    // docs/odd-behaviours.md, 'DirectoryEntry::replaceFilename replaces the
+    // whole path').
+    if (status.getType() != FileType::none)
+        return symlinkStatus;
+    if (exists(path))
+        return symbolicLinkStatus(path);
+    return symlinkStatus;
+}
+
+bool operator==(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() == b.getPath().string(); }
+bool operator!=(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() != b.getPath().string(); }
+bool operator<(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() < b.getPath().string(); }
+bool operator<=(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() <= b.getPath().string(); }
+bool operator>(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() > b.getPath().string(); }
+bool operator>=(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() >= b.getPath().string(); }
+
+// ---- DirectoryIterator -------------------------------------------------------
+
+DirectoryIterator::DirectoryIterator() : streamOwner(nullptr, DirStreamCloser) {}
+
+DirectoryIterator::DirectoryIterator(Path const& directory)
+    : directoryPath(directory), streamOwner(nullptr, DirStreamCloser)
+{
+    DIR* opened = posix::openDirectory(PathNativeAccess::cString(directoryPath));
+    streamOwner = std::shared_ptr<void>(opened, DirStreamCloser);
+    stream = opened;
+    if (opened != nullptr)
+        canIterateFlag = true;
+    ++*this;
+}
+
+DirectoryIterator& DirectoryIterator::operator++()
+{
+    if (stream == nullptr)
+        return *this;
+
+    // The position before the entry read, so that an entry whose path cannot
+    // be built (out of memory) is read again by the next step rather than
+    // lost.
+    long position = posix::tellDirectory(static_cast<DIR*>(stream));
+    dirent* entry = posix::readDirectory(static_cast<DIR*>(stream));
+    while (entry != nullptr && isDotOrDotDot(entry->d_name)) {
+        position = posix::tellDirectory(static_cast<DIR*>(stream));
+        entry = posix::readDirectory(static_cast<DIR*>(stream));
+    }
+
+    if (entry == nullptr) {
+        // The end, or a read error: either way the listing is over. The
+        // stream closes here unless another copy still shares it.
+        streamOwner = std::shared_ptr<void>(nullptr, DirStreamCloser);
+        stream = nullptr;
+        currentEntry = DirectoryEntry();
+        return *this;
+    }
+
+    // The path keeps the name's bytes as its native form, so the entry is
+    // reached by exactly the name the system gave, whatever its composition
+    // and even when it is not UTF-8.
+    Path fullPath;
+    FileStatus entryStatus;
+    FileStatus entrySymlinkStatus;
+    try {
+        fullPath = directoryPath / Path(static_cast<char const*>(entry->d_name));
+        entryStatus = status(fullPath);
+        entrySymlinkStatus = posix::isSymbolicLinkEntry(*entry, PathNativeAccess::cString(fullPath))
+            ? symbolicLinkStatus(fullPath)
+            : entryStatus;
+    } catch (...) {
+        // Out of memory: the iterator stays on its current entry and the
+        // stream goes back before the one that failed, for the next step.
+        if (position != -1)
+            posix::seekDirectory(static_cast<DIR*>(stream), position);
+        throw;
+    }
+    // The entry takes the path over with its native form, which every
+    // caller that goes on to use the entry's path on the disk needs again.
+    currentEntry = DirectoryEntry(std::move(fullPath), entryStatus, entrySymlinkStatus);
+    return *this;
+}
+
+DirectoryEntry const& DirectoryIterator::operator*() const noexcept { return currentEntry; }
+
+DirectoryEntry const* DirectoryIterator::operator->() const noexcept { return &currentEntry; }
+
+bool DirectoryIterator::canIterate() const noexcept { return canIterateFlag; }
+
+// ---- forEach -----------------------------------------------------------------
+
+bool forEach(Path const& directory, std::function<bool(Path const&)> callback)
+{
+    if (!exists(directory))
+        return false;
+    if (status(directory).getType() != FileType::directory)
+        return false;
+
+    DirectoryIterator iterator{Path(directory)};
+    DirectoryIterator const end;
+    // Kept: starts from false, so an empty directory answers false, and true
+    // means that something was visited and every answer was yes (see
+    // docs/odd-behaviours.md, 'forEach of an empty directory returns false').
+    bool result = false;
+    while (*iterator != *end) {
+        DirectoryEntry const entry = *iterator;
+        result = callback(entry.getPath());
+        if (!result)
+            break;
+        ++iterator;
+    }
+    return result;
+}
+
+} // namespace kelvo::filesystem
