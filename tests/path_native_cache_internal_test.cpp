@@ -1,7 +1,7 @@
 // Tests of the native form a path keeps: converted once, carried by moves and swaps, never shared by a copy.
 #include <kelvo/filesystem/Path.h>
 
-#include "filesystem/PathInternal.h"
+#include "filesystem/path/PathInternal.h"
 
 #include <gtest/gtest.h>
 

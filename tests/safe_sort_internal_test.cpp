@@ -1,5 +1,5 @@
 // Tests of the sort that stays inside its range under any ordering, the tolerant path ordering included.
-#include "filesystem/SafeSort.h"
+#include "filesystem/path/SafeSort.h"
 
 #include <kelvo/filesystem/Path.h>
 
