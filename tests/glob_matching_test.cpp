@@ -374,21 +374,45 @@ TEST(GlobMatching, NestedStarsOnALongRunAnswerQuickly)
     EXPECT_FALSE(matches(as.c_str(), "((a+)+)+b"));
 }
 
-TEST(GlobMatching, AnExpressionOnlyTheEngineTakesGetsAShortNameAndRefusesALongOne)
+TEST(GlobMatching, AnExpressionOnlyTheEngineTakesAnswersForLongNamesUpToItsLimit)
 {
-    // A back-reference is left to the engine, which matches by recursion; a
-    // name longer than 256 characters is not handed to it.
+    // A back-reference is left to the engine, which matches by recursion: a
+    // long name is matched on a thread with a stack sized to it.
     EXPECT_TRUE(matches("aa", "(a)\\1"));
     EXPECT_FALSE(matches("ab", "(a)\\1"));
     std::string const fits = "aa" + std::string(254, 'x');
     EXPECT_TRUE(matches(fits.c_str(), "(a)\\1*"));
-    std::string const tooLong = "aa" + std::string(255, 'x');
-    EXPECT_FALSE(matches(tooLong.c_str(), "(a)\\1*"));
+    std::string const longer = "aa" + std::string(255, 'x');
+    EXPECT_TRUE(matches(longer.c_str(), "(a)\\1*"));
+    EXPECT_FALSE(matches((longer + "\n").c_str(), "(a)\\1*"));
     std::string const huge = "aa" + std::string(100000, 'x');
-    EXPECT_FALSE(matches(huge.c_str(), "(a)\\1*"));
+    EXPECT_TRUE(matches(huge.c_str(), "(a)\\1*"));
+    EXPECT_FALSE(matches(("ab" + std::string(100000, 'x')).c_str(), "(a)\\1*"));
+    // Beyond the largest stack it may be given, a name answers false, as a
+    // failure of the engine while matching does.
+    std::string const beyond = "aa" + std::string(300000, 'x');
+    EXPECT_FALSE(matches(beyond.c_str(), "(a)\\1*"));
     // So does a count of more than nine digits.
     EXPECT_TRUE(matches("ab", "a{0000000001}b"));
-    EXPECT_FALSE(matches((std::string(300, 'a') + "b").c_str(), "a{0000000001}*b"));
+    EXPECT_TRUE(matches((std::string(300, 'a') + "b").c_str(), "a{0000000001}*b"));
+    EXPECT_FALSE(matches((std::string(300, 'a') + "c").c_str(), "a{0000000001}*b"));
+}
+
+TEST(GlobMatching, LongExpressionsAreReadWithoutExhaustingTheStack)
+{
+    // The engine reads every expression, by recursion, to judge it: a long
+    // one is read on a stack sized to it, valid or not.
+    // 90,000 characters take more than the 8 MiB of a main thread's stack.
+    std::string const tail(90000, 'b');
+    EXPECT_TRUE(matches(("a" + tail).c_str(), ("[a]" + tail).c_str()));
+    EXPECT_FALSE(matches(("c" + tail).c_str(), ("[a]" + tail).c_str()));
+    EXPECT_THROW(matches("a", ("(" + tail).c_str()), std::regex_error);
+    EXPECT_THROW(matches("a", ("(" + tail).c_str()), std::regex_error);
+    // Longer still, the engine refuses the expression for its number of
+    // states: a construction error, thrown on every call.
+    std::string const longer(200000, 'b');
+    EXPECT_THROW(matches(("a" + longer).c_str(), ("[a]" + longer).c_str()), std::regex_error);
+    EXPECT_THROW(matches(("a" + longer).c_str(), ("[a]" + longer).c_str()), std::regex_error);
 }
 
 TEST(GlobMatching, InvalidExpressionsThrowOnEveryCallBesideValidOnes)

@@ -92,15 +92,17 @@ KELVO_FILESYSTEM_API bool isValidDirectoryPathLength(Path const& path);
 /// linear in the path's length and without deep recursion, except for
 /// expressions with a back-reference, groups nested more than 128 deep or a
 /// count of more than nine digits: those are matched by the standard engine,
-/// which recurses once per character, and only on paths of at most 256 code
-/// points.
+/// which recurses once per character (on a thread whose stack is sized to a
+/// long path, never on the caller's), and can take time exponential in the
+/// path's length.
 /// Kept: only "?" and "*" are rewritten (see docs/odd-behaviours.md, 'Glob
 /// patterns are regular expressions in disguise').
 /// @returns true when the whole path matches; false when it does not, when
 /// the expression engine gives up while matching, or when the expression is
-/// left to the engine and the path is longer than 256 code points.
+/// left to the engine and the path is longer than about 260,000 code points.
 /// @throws std::regex_error, on every call, for a pattern that is not a valid
-/// expression (an unbalanced "(" or "[", a trailing "\").
+/// expression (an unbalanced "(" or "[", a trailing "\"), or one the engine
+/// refuses as too large (about 100,000 states, or a million characters).
 KELVO_FILESYSTEM_API bool matchesGlobPattern(Path const& path, kelvo::unicode::String const& pattern);
 
 // ---- Sanitised and DOS 8.3 names: SanitizedNames.cpp ------------------------

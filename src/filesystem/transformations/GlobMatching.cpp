@@ -3,10 +3,12 @@
 
 #include "filesystem/transformations/GlobAutomaton.h"
 #include "filesystem/path/PathInternal.h"
+#include "filesystem/posix/Threads.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <locale>
 #include <memory>
 #include <regex>
@@ -39,27 +41,73 @@ String expressionFor(String const& pattern)
     return expression;
 }
 
-// Names longer than this are not handed to the expression engine: it
-// matches by recursion, 300 to 900 bytes of stack a character in a release
-// build and more for complex expressions, and would exhaust the stack of a
-// thread of half a megabyte at a few thousand characters. Only expressions
-// the automaton does not take come here (back-references, deep nesting,
-// very long counts; a glob pattern cannot spell a look-ahead, its "?" being
-// rewritten). Every file name a directory lists is shorter.
-constexpr std::size_t kLongestEngineText = 256;
+// The expression engine reads an expression and matches a text by
+// recursion, about 100 bytes of stack a character of the expression and 300
+// to 900 bytes a character of the text in a release build, more for complex
+// expressions and in instrumented builds. Work longer than the thresholds
+// below runs on a thread of its own whose stack is sized to it, up to
+// kLargestEngineStack; beyond that an expression is refused as too complex
+// and a text answers false, as any failure of the engine while matching
+// does. Only expressions the automaton does not take are matched by the
+// engine (back-references, deep nesting, very long counts; a glob pattern
+// cannot spell a look-ahead, its "?" being rewritten), and it reads every
+// expression once, as the judge of what is valid.
+constexpr std::size_t kLongestExpressionOnCallerStack = 1024;
+constexpr std::size_t kLongestTextOnCallerStack = 256;
+constexpr std::size_t kExpressionStackPerCharacter = 1024;
+constexpr std::size_t kTextStackPerCharacter = 4096;
+constexpr std::size_t kBaseEngineStack = std::size_t(1) << 20;
+constexpr std::size_t kLargestEngineStack = std::size_t(1) << 30;
+
+/// Runs `work` (which may throw) on the caller's stack when `characters` is
+/// within `onCallerStack`, else on a thread with a stack of
+/// `perCharacter` bytes a character.
+/// @returns false, without running it, when that stack would exceed
+/// kLargestEngineStack or the thread cannot be made; true when it ran. What
+/// `work` throws is thrown again here.
+template <typename Work>
+bool runEngine(std::size_t characters, std::size_t onCallerStack, std::size_t perCharacter, Work&& work)
+{
+    if (characters <= onCallerStack) {
+        work();
+        return true;
+    }
+    if (characters > (kLargestEngineStack - kBaseEngineStack) / perCharacter)
+        return false;
+    struct Run {
+        Work* work;
+        std::exception_ptr thrown;
+    } run{&work, nullptr};
+    auto const body = [](void* argument) {
+        Run& what = *static_cast<Run*>(argument);
+        try {
+            (*what.work)();
+        } catch (...) {
+            what.thrown = std::current_exception();
+        }
+    };
+    if (!posix::runOnStackOf(kBaseEngineStack + characters * perCharacter, body, &run))
+        return false;
+    if (run.thrown)
+        std::rethrow_exception(run.thrown);
+    return true;
+}
 
 /// @returns whether the whole of `text` matches `expression`; a failure of
 /// the engine while matching (its complexity or stack limit), or a text too
-/// long to hand to it, answers false.
+/// long for any stack it may be given, answers false.
 bool matchesExpression(String const& text, std::wregex const& expression)
 {
-    if (text.size() > kLongestEngineText)
-        return false;
+    bool matched = false;
     try {
-        return std::regex_match(text.toWString(), expression);
+        std::wstring const wide = text.toWString();
+        if (!runEngine(wide.size(), kLongestTextOnCallerStack, kTextStackPerCharacter,
+                       [&] { matched = std::regex_match(wide, expression); }))
+            return false;
     } catch (std::regex_error const&) {
         return false;
     }
+    return matched;
 }
 
 // ---- The direct matcher --------------------------------------------------------
@@ -214,7 +262,10 @@ CompiledPattern compile(String const& pattern, std::locale const& locale)
     std::wstring const text = expressionFor(pattern).toWString();
     auto engine = std::make_unique<EngineExpression>();
     try {
-        engine->expression = std::make_unique<std::wregex>(text);
+        bool const read = runEngine(text.size(), kLongestExpressionOnCallerStack, kExpressionStackPerCharacter,
+                                    [&] { engine->expression = std::make_unique<std::wregex>(text); });
+        if (!read)
+            throw std::regex_error(std::regex_constants::error_complexity);
     } catch (std::regex_error const& error) {
         engine->error = std::make_unique<std::regex_error>(error);
         compiled.engine = std::move(engine);
