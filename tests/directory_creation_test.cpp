@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -344,6 +345,81 @@ TEST_F(DirectoryCreation, WalksOfAnyDepthRunOnASmallMachineStack)
                          << ": no thread; " << kBodyThrew << ": out of memory; else the index of the wrong answer";
     EXPECT_TRUE(madeUpToTheLimit(scratch, "a"));
     EXPECT_TRUE(madeUpToTheLimit(at("valid"), "d"));
+}
+
+TEST_F(DirectoryCreation, WalksUnderALimitOfSixtyFourDescriptorsAnswerAsWithoutALimit)
+{
+    // 200 levels within the system's path limit, and 20,000 parts beyond it:
+    // made once with no limit and once in a child that may hold only 64
+    // descriptors. Answers and what is made must be the same.
+    constexpr rlim_t kLimit = 64;
+    std::string const within = repeated("/d", 200);
+    std::string const beyond = repeated("/ab", 20000);
+    auto run = [&](std::string const& base) {
+        int answers = 0;
+        if (fs::createDirectories(Path(base + "/chain" + within)))
+            answers |= 1;
+        if (fs::createDirectoriesValidated(Path(base + "/bare" + within)))
+            answers |= 2;
+        if (fs::createDirectories(Path(base + "/long" + beyond)))
+            answers |= 4;
+        if (fs::createDirectoriesValidated(Path(base + "/longbare" + beyond)))
+            answers |= 8;
+        // A chain that exists already: the checked form is true, the bare one false.
+        if (fs::createDirectories(Path(base + "/chain" + within)))
+            answers |= 16;
+        if (fs::createDirectoriesValidated(Path(base + "/chain" + within)))
+            answers |= 32;
+        return answers;
+    };
+    ASSERT_EQ(::mkdir(at("free").c_str(), 0777), 0);
+    ASSERT_EQ(::mkdir(at("limited").c_str(), 0777), 0);
+    int const freeAnswers = run(at("free"));
+    EXPECT_EQ(freeAnswers, 1 | 2 | 16);
+    int const limitedAnswers = runInChild([&] {
+        rlimit const limit{kLimit, kLimit};
+        if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+            return 100;
+        return run(at("limited"));
+    });
+    ASSERT_NE(limitedAnswers, 100) << "the limit could not be set";
+    EXPECT_EQ(limitedAnswers, freeAnswers) << "the answers changed under the limit";
+    for (char const* side : {"free", "limited"}) {
+        std::string const base = at(side);
+        EXPECT_TRUE(isDirectoryOnDisk(base + "/chain" + within)) << side;
+        EXPECT_TRUE(namesIn(base + "/chain" + within).empty()) << side;
+        EXPECT_TRUE(isDirectoryOnDisk(base + "/bare" + within)) << side;
+        EXPECT_TRUE(madeUpToTheLimit(base + "/long", "ab")) << side;
+        EXPECT_TRUE(madeUpToTheLimit(base + "/longbare", "ab")) << side;
+    }
+}
+
+TEST_F(DirectoryCreation, WalksOfAnyDepthRunOnASmallMachineStackForAnUnprivilegedUser)
+{
+    // The same walks as an unprivileged user, in a directory it may write.
+    ASSERT_EQ(::chmod(scratch.c_str(), 0777), 0);
+    std::string const theirs = at("theirs");
+    int const result = runUnprivileged([&] {
+        if (::access(scratch.c_str(), W_OK | X_OK) != 0)
+            return kScratchUnreachable;
+        if (::mkdir(theirs.c_str(), 0777) != 0 || ::mkdir((theirs + "/valid").c_str(), 0777) != 0)
+            return 10;
+        std::string const tooDeep = theirs + repeated("/a", 30000);
+        std::string const deepest = deepestAcceptedChain(theirs + "/valid", "d");
+        return runOnSmallStack([&] {
+            bool const chain = fs::createDirectories(Path(tooDeep));
+            bool const bare = fs::createDirectoriesValidated(Path(tooDeep));
+            bool const valid = fs::createDirectories(Path(deepest));
+            return firstFailure({!chain, !bare, valid});
+        });
+    });
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
+    EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
+                         << ": no thread; " << kBodyThrew << ": out of memory; 10: no directory to work in; "
+                         << "else the index of the wrong answer";
+    EXPECT_TRUE(madeUpToTheLimit(theirs, "a"));
+    EXPECT_TRUE(madeUpToTheLimit(theirs + "/valid", "d"));
 }
 
 } // namespace

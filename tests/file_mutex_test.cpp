@@ -1017,12 +1017,21 @@ TEST_F(FileMutexTest, PlainFileTestsAreMeasuredTheSameWay)
 
 // ---- processes in a directory they may write but not list ------------------------------
 
-// 16 processes by default; KELVO_MUTEX_OVERLAP_PROCESSES and
-// KELVO_MUTEX_OVERLAP_ROUNDS raise them for a measuring run (16 x 300 is the
-// full size). Waiters retry every millisecond, which makes a collision likely
-// wherever the test of the file and its write are not one step.
+// 16 processes by default, 300 rounds each under KELVO_STRESS=1;
+// KELVO_MUTEX_OVERLAP_PROCESSES and KELVO_MUTEX_OVERLAP_ROUNDS set them for a
+// measuring run (16 x 300 is the full size). Waiters retry every
+// millisecond, which makes a collision likely wherever the test of the file
+// and its write are not one step.
 constexpr int kGuardProcesses = 16;
 constexpr int kGuardRounds = 30;
+// The full size, 16 x 300, for the stress runs (KELVO_STRESS=1).
+constexpr int kGuardStressRounds = 300;
+
+int guardRounds()
+{
+    char const* stress = std::getenv("KELVO_STRESS");
+    return stress != nullptr && stress[0] == '1' ? kGuardStressRounds : kGuardRounds;
+}
 constexpr int kGuardRetryMilliseconds = 1;
 
 /// Makes the directory `name` of the scratch directory with `mode`, and runs
@@ -1038,7 +1047,7 @@ int unprivilegedOverlaps(std::string const& scratch, std::string const& name, mo
         return 100;
     return runUnprivileged([&] {
         int const processes = countFromEnvironment("KELVO_MUTEX_OVERLAP_PROCESSES", kGuardProcesses);
-        int const rounds = countFromEnvironment("KELVO_MUTEX_OVERLAP_ROUNDS", kGuardRounds);
+        int const rounds = countFromEnvironment("KELVO_MUTEX_OVERLAP_ROUNDS", guardRounds());
         auto const start = std::chrono::steady_clock::now();
         OverlapCount const count = measureOverlaps(Algorithm::library, directory, processes, rounds,
                                                    kHoldMicroseconds, kGuardRetryMilliseconds);

@@ -17,6 +17,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <strings.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -452,6 +453,104 @@ TEST_F(NameCorrection, WalksOfAnyDepthRunOnASmallMachineStack)
             return 0;
         });
     });
+    EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
+                         << ": no thread; " << kBodyThrew << ": out of memory; else the index of the wrong answer";
+}
+
+TEST_F(NameCorrection, WalksUnderALimitOfSixtyFourDescriptorsAnswerAsWithoutALimit)
+{
+    // A real chain as deep as paths reach, asked for in another letter case,
+    // and a path of 20,000 parts reaching one level beyond a second chain:
+    // corrected with no limit here and in a child that may hold only 64
+    // descriptors, whose answers must be the same, byte for byte.
+    constexpr rlim_t kLimit = 64;
+    makeDirectory("real");
+    DeepChain const real(at("real"), "D", false);
+    ASSERT_TRUE(real.made);
+    makeDirectory("beyond");
+    DeepChain const beyond(at("beyond"), "E", true);
+    ASSERT_TRUE(beyond.made);
+    std::vector<std::string> const given{at("real") + repeated("/d", real.depth),
+                                         at("beyond") + repeated("/e", 20000)};
+    auto answers = [&given] {
+        std::vector<std::string> out;
+        for (std::string const& path : given) {
+            for (bool checkAll : {false, true}) {
+                out.push_back(fs::findSimilarName(Path(path), checkAll).nativeString());
+                Path corrected(path);
+                bool const answer = fs::correctFileCaseAndComposition(corrected, checkAll);
+                out.push_back((answer ? "true:" : "false:") + corrected.nativeString());
+            }
+        }
+        return out;
+    };
+    std::vector<std::string> const free = answers();
+    ASSERT_EQ(free.size(), 8u);
+    // The unlimited answers are the right ones to begin with.
+    std::string const expectedReal = at("real") + repeated("/D", real.depth);
+    EXPECT_EQ(free[0], expectedReal);
+    EXPECT_EQ(free[1], "true:" + expectedReal);
+    EXPECT_EQ(free[2], expectedReal);
+    EXPECT_EQ(free[3], "true:" + expectedReal);
+    std::string const expectedBeyond =
+        at("beyond") + repeated("/E", beyond.depth + 1) + repeated("/e", 20000 - beyond.depth - 1);
+    EXPECT_EQ(free[4], expectedBeyond);
+    EXPECT_EQ(free[6], expectedBeyond);
+    int const result = runInChild([&] {
+        rlimit const limit{kLimit, kLimit};
+        if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+            return 100;
+        std::vector<std::string> const limited = answers();
+        for (std::size_t i = 0; i < limited.size(); ++i) {
+            if (limited[i] != free[i])
+                return static_cast<int>(i) + 1;
+        }
+        return 0;
+    });
+    EXPECT_EQ(result, 0) << "100: the limit could not be set; " << kChildDidNotExit
+                         << ": the child died; else the index plus one of the answer that changed";
+}
+
+TEST_F(NameCorrection, WalksOfAnyDepthRunOnASmallMachineStackForAnUnprivilegedUser)
+{
+    // The walks of 30,000 parts as an unprivileged user, who may list the
+    // chains but own none of them.
+    ASSERT_EQ(::chmod(scratch.c_str(), 0755), 0);
+    makeDirectory("real");
+    DeepChain const real(at("real"), "D", false);
+    ASSERT_TRUE(real.made);
+    makeDirectory("beyond");
+    DeepChain const beyond(at("beyond"), "E", true);
+    ASSERT_TRUE(beyond.made);
+    std::string const givenReal = at("real") + repeated("/d", real.depth);
+    std::string const expectedReal = at("real") + repeated("/D", real.depth);
+    int const parts = 30000;
+    std::string const givenBeyond = at("beyond") + repeated("/e", parts);
+    std::string const expectedBeyond = at("beyond") + repeated("/E", beyond.depth + 1) + repeated("/e", parts - beyond.depth - 1);
+    int const result = runUnprivileged([&] {
+        if (::access(scratch.c_str(), R_OK | X_OK) != 0)
+            return kScratchUnreachable;
+        return runOnSmallStack([&] {
+            std::vector<bool> checks;
+            for (bool checkAll : {false, true}) {
+                checks.push_back(fs::findSimilarName(Path(givenReal), checkAll).nativeString() == expectedReal);
+                checks.push_back(fs::findSimilarName(Path(givenBeyond), checkAll).nativeString() == expectedBeyond);
+                Path corrected(givenReal);
+                checks.push_back(fs::correctFileCaseAndComposition(corrected, checkAll)
+                                 && corrected.nativeString() == expectedReal);
+                Path correctedBeyond(givenBeyond);
+                checks.push_back(fs::correctFileCaseAndComposition(correctedBeyond, checkAll)
+                                 && correctedBeyond.nativeString() == expectedBeyond);
+            }
+            for (std::size_t i = 0; i < checks.size(); ++i) {
+                if (!checks[i])
+                    return static_cast<int>(i) + 1;
+            }
+            return 0;
+        });
+    });
+    if (char const* reason = unprivilegedSkipReason(result))
+        GTEST_SKIP() << reason;
     EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
                          << ": no thread; " << kBodyThrew << ": out of memory; else the index of the wrong answer";
 }

@@ -238,9 +238,10 @@ class SwapRace {
 public:
     /// With `topOnly`, only the top of the tree is exchanged; each level of
     /// the tree holds `filesPerLevel` files.
-    explicit SwapRace(std::string area, bool topOnly = false, int filesPerLevel = 40)
+    /// With `belowTopOnly`, every level but the top is exchanged.
+    explicit SwapRace(std::string area, bool topOnly = false, int filesPerLevel = 40, bool belowTopOnly = false)
         : area(std::move(area)), canary(this->area + "/canary"), world(this->area + "/world"),
-          tree(world + "/" + kTreeName), topOnly(topOnly), filesPerLevel(filesPerLevel)
+          tree(world + "/" + kTreeName), topOnly(topOnly), belowTopOnly(belowTopOnly), filesPerLevel(filesPerLevel)
     {
     }
 
@@ -256,7 +257,9 @@ public:
         if (!makeCanary())
             return -1;
         expected = describeTree(canary);
-        std::vector<std::pair<std::string, std::string>> pairs = {{tree, world + "/swap0"}};
+        std::vector<std::pair<std::string, std::string>> pairs;
+        if (!belowTopOnly)
+            pairs.emplace_back(tree, world + "/swap0");
         if (!topOnly) {
             pairs.emplace_back(tree + "/sub", world + "/swap1");
             pairs.emplace_back(tree + "/sub/deeper", world + "/swap2");
@@ -321,6 +324,7 @@ private:
     std::string world;
     std::string tree;
     bool topOnly;
+    bool belowTopOnly;
     int filesPerLevel;
     std::map<std::string, std::string> expected;
     long swaps = 0;
@@ -377,6 +381,18 @@ protected:
 TEST_F(RemovalSafety, RemoveAllNeverDeletesThroughALinkSwappedInAtAnyDepth)
 {
     expectCanaryAlwaysWhole([](SwapRace const& race) { (void)fs::removeAll(Path(race.treePath())); });
+}
+
+TEST_F(RemovalSafety, RemoveAllInDirNeverDeletesThroughALinkSwappedInBelowTheTop)
+{
+    // Called directly, removeAllInDir follows a link at the top by design, so
+    // only the levels below it are exchanged: none may lead the walk out.
+    SwapRace race(area, false, 40, true);
+    int const rounds = raceRounds();
+    int const damaged = race.run(rounds, [&] { (void)fs::removeAllInDir(Path(race.treePath())); });
+    ASSERT_GE(damaged, 0) << "the race could not be set up";
+    EXPECT_EQ(damaged, 0) << damaged << " of " << rounds << " rounds deleted files of the canary";
+    EXPECT_GT(race.swapCount(), 0) << "the second process never exchanged a directory for a link";
 }
 
 TEST_F(RemovalSafety, RemoveAllMatchingNeverDeletesThroughALinkSwappedInAtAnyDepth)
@@ -644,6 +660,21 @@ TEST_F(DeepRemoval, RemoveAllOfThirtyThousandLevelsOnASmallStack)
 TEST_F(DeepRemoval, RemoveAllInDirOfThirtyThousandLevelsOnASmallStack)
 {
     expectRemovedAsEveryone([](Path const& top) { return fs::removeAllInDir(top); });
+}
+
+TEST_F(DeepRemoval, TemporaryDirectorySweepOfThirtyThousandLevelsOnASmallStack)
+{
+    // The chain is an old leftover of a prefix that is its own name: the
+    // sweep of a new object with that prefix takes it, and the object's own
+    // directory goes with the object.
+    expectRemovedAsEveryone([](Path const& top) {
+        setTemporaryDirectoryInternal(top.parentPath());
+        {
+            TemporaryDirectory const directory{String(top.filename().nativeString().c_str()), std::chrono::hours(-1)};
+        }
+        restoreTemporaryDirectoryInternal();
+        return true;
+    });
 }
 
 // ---- FIFOs, sockets and links to devices ------------------------------------------------

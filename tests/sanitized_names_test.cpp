@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 
 #include <unistd.h>
@@ -138,6 +139,26 @@ TEST_F(Dos8Dot3, TheParentsNativeFormIsKept)
     EXPECT_EQ(fs::toDos8Dot3(Path(parent + "/report.txt")).nativeString(), parent + "/REPORT.TXT");
     writeFile("b\xFF/REPORT.TXT");
     EXPECT_EQ(fs::toDos8Dot3(Path(parent + "/report.txt")).nativeString(), parent + "/REPORT~1.TXT");
+}
+
+TEST_F(Dos8Dot3, APathHoldingANulGivesTheFirstNameAtOnce)
+{
+    // The system reads a path up to its first NUL, so every candidate would
+    // read as the existing scratch directory: such a candidate names no file
+    // and is free at once.
+    writeFile("NAME.TXT", "taken");
+    std::string given = scratch;
+    given.push_back('\0');
+    given += "x/name.txt";
+    std::string expected = scratch;
+    expected.push_back('\0');
+    expected += "x/NAME.TXT";
+    auto const start = std::chrono::steady_clock::now();
+    Path const shortName = fs::toDos8Dot3(Path(given));
+    EXPECT_EQ(shortName.nativeString(), expected);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    // Beside an existing directory whose name holds no NUL, numbering still works.
+    EXPECT_EQ(fs::toDos8Dot3(Path(at("name.txt"))).nativeString(), at("NAME__~1.TXT"));
 }
 
 } // namespace

@@ -17,6 +17,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -517,6 +518,54 @@ TEST_F(ToolFileCommands, MessagesQuoteNamesOneWayEscapingWhatIsNotPrintableUtf8)
     EXPECT_EQ(removal.err, "kelvo-fs rm: cannot remove 'gone\\xFF\\x0A\\'q': No such file or directory\n");
     ToolRun const composed = run({"cp", "caf\xC3\xA9", "x"});
     EXPECT_EQ(composed.err, "kelvo-fs cp: cannot copy 'caf\xC3\xA9': No such file or directory\n");
+}
+
+/// Makes a chain of `depth` directories "d" below `top`, through descriptors,
+/// with a file "f" holding `deepest` in the last one.
+bool makeDeepChain(std::string const& top, int depth, std::string const& deepest)
+{
+    int descriptor = ::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int level = 0; level < depth && descriptor >= 0; ++level) {
+        int next = -1;
+        if (::mkdirat(descriptor, "d", 0777) == 0)
+            next = ::openat(descriptor, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(descriptor);
+        descriptor = next;
+    }
+    if (descriptor < 0)
+        return false;
+    int const file = ::openat(descriptor, "f", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    bool const written = file >= 0 && ::write(file, deepest.data(), deepest.size()) == static_cast<ssize_t>(deepest.size());
+    if (file >= 0)
+        ::close(file);
+    ::close(descriptor);
+    return written;
+}
+
+TEST_F(ToolFileCommands, CmpTreeOfSixHundredLevelsDifferingAtTheBottomUnderAThousandDescriptors)
+{
+    // Two chains 600 levels deep whose deepest files differ in content only,
+    // compared by a tool that may hold no more than 1,024 descriptors, as root
+    // and as an unprivileged user.
+    ASSERT_EQ(::chmod(scratch.c_str(), 0755), 0);
+    makeDirectory("a");
+    makeDirectory("b");
+    ASSERT_TRUE(makeDeepChain(work("a"), 600, "left"));
+    ASSERT_TRUE(makeDeepChain(work("b"), 600, "righ"));
+    for (bool unprivileged : {false, true}) {
+        SCOPED_TRACE(unprivileged ? "unprivileged" : "as the tests run");
+        int const result = runBounded(300, [&] {
+            rlimit const limit{1024, 1024};
+            if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+                return 100;
+            RunSettings const settings(at("work"), {}, unprivileged);
+            ToolRun const differ = runTool({"cmp-tree", "a", "b"}, settings);
+            ToolRun const same = runTool({"cmp-tree", "a", "a"}, settings);
+            return firstFailure({differ.exitStatus == 1, same.exitStatus == 0});
+        });
+        EXPECT_EQ(result, 0) << "100: the limit could not be set; 1: the differing trees were not called "
+                                "different; 2: a tree was not the same as itself";
+    }
 }
 
 TEST_F(ToolFileCommands, CpOfATreeWithAnUnreadableDirectoryNamesItAndFails)

@@ -721,6 +721,64 @@ TEST_F(SpecialFiles, EachKindByNameIsCopiedAndComparedWithoutHanging)
     }
 }
 
+TEST_F(SpecialFiles, EachKindByNameIsMovedAcrossFileSystemsWithoutHanging)
+{
+    // Across file systems a move copies, then deletes the source: it answers
+    // as the copy it makes, and the source goes only when the copy was made.
+    char shared[] = "/dev/shm/kelvo-move-XXXXXX";
+    if (::mkdtemp(shared) == nullptr)
+        GTEST_SKIP() << "needs /dev/shm";
+    std::string const destinationArea = shared;
+    struct Cleanup {
+        std::string where;
+        ~Cleanup() { removeTree(where); }
+    } const cleanup{destinationArea};
+    struct stat source;
+    struct stat destination;
+    ASSERT_EQ(::stat(scratch.c_str(), &source), 0);
+    ASSERT_EQ(::stat(destinationArea.c_str(), &destination), 0);
+    if (source.st_dev == destination.st_dev)
+        GTEST_SKIP() << "needs /dev/shm on another file system than the scratch directory";
+    struct MoveCase {
+        char const* kind;
+        bool moved;       // what `move` answers
+        char const* made; // what the destination is: "empty", "limit", "directory"
+    };
+    MoveCase const cases[] = {
+        {"fifo", true, "empty"},
+        {"/dev/null", true, "empty"},
+        {"/dev/zero", false, "limit"},
+        {"/dev/urandom", false, "limit"},
+    };
+    for (MoveCase const& special : cases) {
+        SCOPED_TRACE(special.kind);
+        std::string const tag = std::to_string(&special - cases);
+        makeSpecial(special.kind, "from" + tag);
+        std::string const from = at("from" + tag);
+        std::string const to = destinationArea + "/to" + tag;
+        int const result = runBounded(120, [&] { return fs::move(Path(from), Path(to)) ? 1 : 0; });
+        ASSERT_NE(result, kChildDidNotExit) << "the move hung or died";
+        EXPECT_EQ(result == 1, special.moved);
+        // A source that was copied whole is gone; one cut short at the bound stays.
+        EXPECT_EQ(isPresentOnDisk(from), !special.moved);
+        struct stat made;
+        ASSERT_EQ(::stat(to.c_str(), &made), 0);
+        EXPECT_TRUE(S_ISREG(made.st_mode));
+        EXPECT_EQ(made.st_size, std::string(special.made) == "limit" ? kSpecialFileLimit : 0);
+    }
+    // A socket is copied as the empty directory its status says it is, but
+    // cannot be deleted as one: the move answers false and leaves both.
+    makeSocket("socket");
+    std::string const socketTo = destinationArea + "/socket";
+    int const result = runBounded(120, [&] { return fs::move(path("socket"), Path(socketTo)) ? 1 : 0; });
+    EXPECT_EQ(result, 0);
+    struct stat left;
+    ASSERT_EQ(::lstat(at("socket").c_str(), &left), 0);
+    EXPECT_TRUE(S_ISSOCK(left.st_mode));
+    EXPECT_TRUE(isDirectoryOnDisk(socketTo));
+    EXPECT_TRUE(namesIn(socketTo).empty());
+}
+
 TEST_F(SpecialFiles, StatusClassifiesSocketsAsDirectoriesAndDevicesByTheirBits)
 {
     makeSocket("socket");

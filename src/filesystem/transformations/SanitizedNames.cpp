@@ -96,8 +96,11 @@ Path toDos8Dot3(Path const& path)
 
     Path const parent = path.parentPath();
     Path candidate = shortNameBeside(parent, base, extension);
-    // No bound of its own: the first name that does not exist ends it.
-    while (exists(candidate)) {
+    // No bound of its own: the first name that does not exist ends it. A
+    // name holding a NUL byte names no file, so none exists: asking the
+    // system would test the shorter path before the NUL instead, and if that
+    // one exists every candidate would read as taken too.
+    while (PathNativeAccess::cStringForChange(candidate) != nullptr && exists(candidate)) {
         if (base.length() < kBaseLength)
             base.append(kBaseLength - base.length(), U'_');
         ++counter;
