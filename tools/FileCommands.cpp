@@ -173,8 +173,7 @@ bool checkOperand(Invocation const& invocation, std::string const& operand, bool
     startRecording();
     FileType const type = fs::status(Path(operand)).getType();
     if (type == FileType::none) {
-        reportFailure(invocation, "access", operand,
-                      "it does not exist");
+        reportFailure(invocation, "access", operand, "it does not exist");
         return false;
     }
     if ((type == FileType::directory) != directories) {
