@@ -1,8 +1,7 @@
 // Tests of the failure paths of copy, removal and comparison, with faults injected at the system-call table: failing reads, full disks, refused deletions, exhausted descriptors and short writes.
 #include <kelvo/filesystem.h>
 
-#include "filesystem/posix/Tree.h"
-#include "filesystem/posix/Waiting.h"
+#include "filesystem/posix/SystemCalls.h"
 
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
@@ -81,7 +80,7 @@ ssize_t noCopyRange(int, int, std::size_t)
 ssize_t countingCopyRange(int from, int to, std::size_t count)
 {
     ++copyRangeCalls;
-    return posix::systemTreeCalls().copyRange(from, to, count);
+    return posix::systemCallsOfTheSystem().copyFileRange(from, to, count);
 }
 
 ssize_t failingCopyRange(int, int, std::size_t)
@@ -126,7 +125,7 @@ DIR* failingOpenDirectoryStreamAfter(int descriptor)
 {
     if (listingsBeforeFailure > 0) {
         --listingsBeforeFailure;
-        return posix::systemTreeCalls().openDirectoryStream(descriptor);
+        return posix::systemCallsOfTheSystem().fdopendir(descriptor);
     }
     errno = ENOMEM;
     return nullptr;
@@ -176,8 +175,7 @@ protected:
     }
     void TearDown() override
     {
-        posix::treeCalls() = posix::systemTreeCalls();
-        posix::waitingCalls() = posix::systemWaitingCalls();
+        posix::systemCalls() = posix::systemCallsOfTheSystem();
         ScratchDirectory::TearDown();
     }
 
@@ -221,16 +219,16 @@ protected:
 
 TEST_F(FaultInjection, TheTableStartsWithTheSystemsOwnCalls)
 {
-    posix::TreeCalls const& calls = posix::treeCalls();
-    posix::TreeCalls const& system = posix::systemTreeCalls();
+    posix::SystemCalls const& calls = posix::systemCalls();
+    posix::SystemCalls const& system = posix::systemCallsOfTheSystem();
     EXPECT_EQ(std::memcmp(&calls, &system, sizeof calls), 0);
 }
 
 TEST_F(FaultInjection, SeventyThousandBytesTakeThreeReadsWithoutTheInKernelCopy)
 {
     writeFile("from", pattern(70000));
-    posix::treeCalls().copyRange = noCopyRange;
-    posix::treeCalls().read = countingRead;
+    posix::systemCalls().copyFileRange = noCopyRange;
+    posix::systemCalls().read = countingRead;
     EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
     EXPECT_EQ(readResults, (std::vector<long>{32768, 32768, 4464, 0}));
     EXPECT_EQ(copyRangeCalls, 1);
@@ -241,8 +239,8 @@ TEST_F(FaultInjection, SeventyThousandBytesTakeThreeReadsWithoutTheInKernelCopy)
 TEST_F(FaultInjection, RegularFilesAreCopiedInTheKernelWhereItCan)
 {
     writeFile("from", pattern(70000));
-    posix::treeCalls().copyRange = countingCopyRange;
-    posix::treeCalls().read = countingRead;
+    posix::systemCalls().copyFileRange = countingCopyRange;
+    posix::systemCalls().read = countingRead;
     EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
     EXPECT_GE(copyRangeCalls, 1);
     EXPECT_EQ(readWholeFile(at("to")), pattern(70000));
@@ -252,8 +250,8 @@ TEST_F(FaultInjection, RegularFilesAreCopiedInTheKernelWhereItCan)
 TEST_F(FaultInjection, FailingInKernelCopyFallsBackToReadingAndWriting)
 {
     writeFile("from", pattern(100000));
-    posix::treeCalls().copyRange = failingCopyRange;
-    posix::treeCalls().read = countingRead;
+    posix::systemCalls().copyFileRange = failingCopyRange;
+    posix::systemCalls().read = countingRead;
     EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
     EXPECT_EQ(copyRangeCalls, 1);
     EXPECT_EQ(readCalls, 5);
@@ -264,8 +262,8 @@ TEST_F(FaultInjection, FailingInKernelCopyFallsBackToReadingAndWriting)
 TEST_F(FaultInjection, ReadFailingMidCopyGivesAShortenedCopyReportedAsSuccess)
 {
     writeFile("from", pattern(70000));
-    posix::treeCalls().copyRange = noCopyRange;
-    posix::treeCalls().read = countingRead;
+    posix::systemCalls().copyFileRange = noCopyRange;
+    posix::systemCalls().read = countingRead;
     readFailsAt = 2;
     EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
     EXPECT_EQ(readWholeFile(at("to")), pattern(32768));
@@ -276,8 +274,8 @@ TEST_F(FaultInjection, ReadFailingMidCopyGivesAShortenedCopyReportedAsSuccess)
 TEST_F(FaultInjection, WriteFailingWithNoSpaceFailsTheCopyAndKeepsTheSource)
 {
     writeFile("from", pattern(70000));
-    posix::treeCalls().copyRange = noCopyRange;
-    posix::treeCalls().write = scriptedWrite;
+    posix::systemCalls().copyFileRange = noCopyRange;
+    posix::systemCalls().write = scriptedWrite;
     writeFailsAt = 2;
     writeError = ENOSPC;
     EXPECT_FALSE(fs::copyFile(path("from"), path("to"), true));
@@ -294,8 +292,8 @@ TEST_F(FaultInjection, WriteFailingInATreeCopyFailsThatFileAndTheCopyGoesOn)
     writeFile("src/a", "aaaa");
     writeFile("src/b", "bbbb");
     writeFile("src/c", "cccc");
-    posix::treeCalls().copyRange = noCopyRange;
-    posix::treeCalls().write = scriptedWrite;
+    posix::systemCalls().copyFileRange = noCopyRange;
+    posix::systemCalls().write = scriptedWrite;
     writeFailsAt = 2;
     writeError = ENOSPC;
     EXPECT_FALSE(fs::copyDirectory(path("src"), path("dst"), true));
@@ -308,8 +306,8 @@ TEST_F(FaultInjection, ShortWritesResumeAtThePositionThePreviousWriteReturned)
 {
     std::string const content = pattern(100);
     writeFile("from", content);
-    posix::treeCalls().copyRange = noCopyRange;
-    posix::treeCalls().write = scriptedWrite;
+    posix::systemCalls().copyFileRange = noCopyRange;
+    posix::systemCalls().write = scriptedWrite;
     writeScript = {30, 20, 50};
     EXPECT_TRUE(fs::copyFile(path("from"), path("to"), true));
     std::vector<std::pair<long, std::size_t>> const expected = {{0, 100}, {30, 70}, {20, 50}};
@@ -321,8 +319,8 @@ TEST_F(FaultInjection, ShortWritesResumeAtThePositionThePreviousWriteReturned)
 TEST_F(FaultInjection, WriteThatMakesNoProgressFailsInsteadOfSpinning)
 {
     writeFile("from", pattern(10));
-    posix::treeCalls().copyRange = noCopyRange;
-    posix::treeCalls().write = scriptedWrite;
+    posix::systemCalls().copyFileRange = noCopyRange;
+    posix::systemCalls().write = scriptedWrite;
     writeScript = {0, 0, 0};
     EXPECT_FALSE(fs::copyFile(path("from"), path("to"), true));
     EXPECT_EQ(writeCalls, 1);
@@ -334,7 +332,7 @@ TEST_F(FaultInjection, RefusedDeletionHalfWayStopsTheRemovalAtOnce)
     makeDirectory("t");
     for (int i = 0; i < 6; ++i)
         writeFile("t/f" + std::to_string(i), "x");
-    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    posix::systemCalls().unlinkat = refusingUnlinkAt;
     unlinkFailsAt = 3;
     EXPECT_FALSE(fs::removeAll(path("t")));
     EXPECT_EQ(errno, EACCES);
@@ -349,7 +347,7 @@ TEST_F(FaultInjection, RefusedDeletionDeepInATreeLeavesEveryLevelAbove)
     makeDirectory("t/a");
     makeDirectory("t/a/b");
     writeFile("t/a/b/f", "x");
-    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    posix::systemCalls().unlinkat = refusingUnlinkAt;
     unlinkFailsAt = 2; // the file goes, then the rmdir of t/a/b is refused
     EXPECT_FALSE(fs::removeAllInDir(path("t")));
     EXPECT_EQ(unlinkCalls, 2);
@@ -370,7 +368,7 @@ TEST_F(FaultInjection, RefusedDeletionHalfWayDownADeepTreeLeavesNoDescriptorOpen
         level += "/d";
         makeDirectory(level);
     }
-    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    posix::systemCalls().unlinkat = refusingUnlinkAt;
     // Every level takes two deletions (its file and, on the way back, its
     // directory): the refusal comes half-way.
     unlinkFailsAt = depth;
@@ -382,9 +380,9 @@ TEST_F(FaultInjection, RefusedDeletionHalfWayDownADeepTreeLeavesNoDescriptorOpen
 
     // The same from removeAllInDir, refused at the very first deletion and
     // at the very last.
-    posix::treeCalls() = posix::systemTreeCalls();
+    posix::systemCalls() = posix::systemCallsOfTheSystem();
     unlinkCalls = 0;
-    posix::treeCalls().unlinkAt = refusingUnlinkAt;
+    posix::systemCalls().unlinkat = refusingUnlinkAt;
     unlinkFailsAt = 1;
     EXPECT_FALSE(fs::removeAllInDir(path("t")));
     EXPECT_EQ(unlinkCalls, 1);
@@ -401,14 +399,14 @@ TEST_F(FaultInjection, ListingThatCannotStartDeepInATreeLeavesNoDescriptorOpen)
         makeDirectory(level);
         writeFile(level + "/f", "x");
     }
-    posix::treeCalls().openDirectoryStream = failingOpenDirectoryStreamAfter;
+    posix::systemCalls().fdopendir = failingOpenDirectoryStreamAfter;
     listingsBeforeFailure = depth / 2;
     // A level that cannot be listed is not empty, so its rmdir fails and the
     // walk stops there.
     EXPECT_FALSE(fs::removeAll(path("t")));
     expectNoDescriptorLeft();
     EXPECT_TRUE(isDirectoryOnDisk(at("t")));
-    posix::treeCalls() = posix::systemTreeCalls();
+    posix::systemCalls() = posix::systemCallsOfTheSystem();
     EXPECT_TRUE(fs::removeAll(path("t")));
     expectNoDescriptorLeft();
 }
@@ -418,8 +416,8 @@ TEST_F(FaultInjection, MoveDeletesNothingThroughASourceSwappedForALinkAfterTheCo
     makeSourceAndCanary();
     auto const source = describeTree(at("src"));
     auto const canary = describeTree(at("canary"));
-    posix::treeCalls().rename = crossDeviceRename;
-    posix::treeCalls().openAt = swappingOpenAt;
+    posix::systemCalls().rename = crossDeviceRename;
+    posix::systemCalls().openat = swappingOpenAt;
     // The copy opens the source first; the deletion opens it second.
     swapPath = at("src");
     swapAtOpening = 2;
@@ -438,8 +436,8 @@ TEST_F(FaultInjection, MoveDeletesNothingWhenAnotherDirectoryTookTheSourcesPlace
     makeSourceAndCanary();
     auto const source = describeTree(at("src"));
     auto const canary = describeTree(at("canary"));
-    posix::treeCalls().rename = crossDeviceRename;
-    posix::treeCalls().openAt = swappingOpenAt;
+    posix::systemCalls().rename = crossDeviceRename;
+    posix::systemCalls().openat = swappingOpenAt;
     swapPath = at("src");
     swapAtOpening = 2;
     swapAction = [this] {
@@ -453,7 +451,7 @@ TEST_F(FaultInjection, MoveDeletesNothingWhenAnotherDirectoryTookTheSourcesPlace
     expectNoDescriptorLeft();
 
     // Without a swap the same move copies and deletes the source.
-    posix::treeCalls().openAt = posix::systemTreeCalls().openAt;
+    posix::systemCalls().openat = posix::systemCallsOfTheSystem().openat;
     EXPECT_TRUE(fs::move(path("src.real"), path("dst2")));
     EXPECT_FALSE(isPresentOnDisk(at("src.real")));
     EXPECT_EQ(describeTree(at("dst2")), source);
@@ -465,7 +463,7 @@ TEST_F(FaultInjection, RemoveAllDeletesNothingThroughATopSwappedForALinkAfterIts
     makeSourceAndCanary();
     auto const source = describeTree(at("src"));
     auto const canary = describeTree(at("canary"));
-    posix::treeCalls().openAt = swappingOpenAt;
+    posix::systemCalls().openat = swappingOpenAt;
     swapPath = at("src");
     swapAtOpening = 1;
     swapAction = linkToTheCanaryInPlaceOf("src");
@@ -480,7 +478,7 @@ TEST_F(FaultInjection, RemoveAllDeletesNothingThroughASubdirectorySwappedForALin
 {
     makeSourceAndCanary();
     auto const canary = describeTree(at("canary"));
-    posix::treeCalls().openAt = swappingOpenAt;
+    posix::systemCalls().openat = swappingOpenAt;
     // Subdirectories are opened by their name relative to their parent.
     swapPath = "sub";
     swapAtOpening = 1;
@@ -500,7 +498,7 @@ TEST_F(FaultInjection, ExhaustedDescriptorsDuringAWalkFailWithoutALeak)
     makeDirectory("t/a/b");
     writeFile("t/a/b/f", "x");
     writeFile("t/g", "g");
-    posix::treeCalls().openAt = exhaustingOpenAt;
+    posix::systemCalls().openat = exhaustingOpenAt;
 
     directoryOpenFailsAt = 2; // t opens, t/a does not
     EXPECT_FALSE(fs::removeAll(path("t")));
@@ -528,7 +526,7 @@ TEST_F(FaultInjection, ListingThatCannotStartClosesItsDescriptor)
 {
     makeDirectory("t");
     makeDirectory("t/a");
-    posix::treeCalls().openDirectoryStream = failingOpenDirectoryStream;
+    posix::systemCalls().fdopendir = failingOpenDirectoryStream;
     // Nothing can be listed, so only an empty directory could go.
     EXPECT_FALSE(fs::removeAll(path("t")));
     EXPECT_TRUE(isDirectoryOnDisk(at("t/a")));
@@ -560,7 +558,7 @@ TEST_F(FaultInjection, WriterThatFallsSilentEndsTheCopyWithWhatItSent)
     ASSERT_EQ(::write(writer, "sent", 4), 4);
     waitCalls = 0;
     waitFailure = 0;
-    posix::waitingCalls().waitForInput = scriptedWait;
+    posix::systemCalls().pollInput = scriptedWait;
     EXPECT_TRUE(fs::copyFile(path("pipe"), path("copy"), true));
     EXPECT_EQ(readWholeFile(at("copy")), "sent");
     EXPECT_EQ(waitCalls, 1); // the writer is there, silent: one wait, told "nothing came"
@@ -575,7 +573,7 @@ TEST_F(FaultInjection, FailingWaitEndsTheCopyAsAFailedReadDoes)
     ASSERT_EQ(::write(writer, "sent", 4), 4);
     waitCalls = 0;
     waitFailure = EIO;
-    posix::waitingCalls().waitForInput = scriptedWait;
+    posix::systemCalls().pollInput = scriptedWait;
     EXPECT_TRUE(fs::copyFile(path("pipe"), path("copy"), true));
     EXPECT_EQ(readWholeFile(at("copy")), "sent");
     EXPECT_EQ(waitCalls, 1);

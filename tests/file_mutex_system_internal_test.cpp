@@ -1,5 +1,6 @@
-// Tests of the wrappers behind the file mutex's lock on its file: opening a lock file each way, without waiting on a FIFO, and telling its identity, kind and size.
+// Tests of the wrappers behind the file mutex's lock on its file: opening a lock file each way, without waiting on a FIFO, and reading its identity, kind and size.
 #include "filesystem/posix/System.h"
+#include "filesystem/posix/Tree.h"
 
 #include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
@@ -20,7 +21,12 @@
 namespace {
 
 namespace posix = kelvo::filesystem::posix;
-using posix::LockFileKind;
+using posix::ObjectKind;
+
+bool sameObject(posix::ObjectInformation const& a, posix::ObjectInformation const& b)
+{
+    return a.device == b.device && a.inode == b.inode;
+}
 using posix::LockFileOpening;
 using posix::LockFileOpenResult;
 using kelvo::testing::firstFailure;
@@ -149,41 +155,41 @@ TEST_F(LockFileWrappersTest, DescribingTellsIdentityKindAndSize)
     writeFile("other", "");
     ASSERT_EQ(::mkfifo(at("fifo").c_str(), 0666), 0);
 
-    posix::LockFileInformation file;
-    ASSERT_TRUE(posix::describeLockFile(at("m").c_str(), file));
-    EXPECT_EQ(file.kind, LockFileKind::regular);
+    posix::ObjectInformation file;
+    ASSERT_TRUE(posix::getFileInformation(at("m").c_str(), true, file));
+    EXPECT_EQ(posix::kindOf(file.mode), ObjectKind::regularFile);
     EXPECT_EQ(file.size, 6);
     struct stat st;
     ASSERT_EQ(::stat(at("m").c_str(), &st), 0);
-    EXPECT_EQ(file.identity.inode, static_cast<std::uint64_t>(st.st_ino));
-    EXPECT_EQ(file.identity.device, static_cast<std::uint64_t>(st.st_dev));
+    EXPECT_EQ(file.inode, static_cast<std::uint64_t>(st.st_ino));
+    EXPECT_EQ(file.device, static_cast<std::uint64_t>(st.st_dev));
 
-    posix::LockFileInformation hard;
-    posix::LockFileInformation soft;
-    posix::LockFileInformation other;
-    ASSERT_TRUE(posix::describeLockFile(at("hard").c_str(), hard));
-    ASSERT_TRUE(posix::describeLockFile(at("soft").c_str(), soft)); // the link is followed
-    ASSERT_TRUE(posix::describeLockFile(at("other").c_str(), other));
-    EXPECT_TRUE(hard.identity == file.identity);
-    EXPECT_TRUE(soft.identity == file.identity);
-    EXPECT_TRUE(other.identity != file.identity);
+    posix::ObjectInformation hard;
+    posix::ObjectInformation soft;
+    posix::ObjectInformation other;
+    ASSERT_TRUE(posix::getFileInformation(at("hard").c_str(), true, hard));
+    ASSERT_TRUE(posix::getFileInformation(at("soft").c_str(), true, soft)); // the link is followed
+    ASSERT_TRUE(posix::getFileInformation(at("other").c_str(), true, other));
+    EXPECT_TRUE(sameObject(hard, file));
+    EXPECT_TRUE(sameObject(soft, file));
+    EXPECT_FALSE(sameObject(other, file));
 
     ASSERT_EQ(open("m", LockFileOpening::existingForReading), LockFileOpenResult::opened);
-    posix::LockFileInformation open;
-    ASSERT_TRUE(posix::describeOpenLockFile(opened.back(), open));
-    EXPECT_TRUE(open.identity == file.identity);
-    EXPECT_EQ(open.kind, LockFileKind::regular);
+    posix::ObjectInformation open;
+    ASSERT_TRUE(posix::statDescriptor(opened.back(), open));
+    EXPECT_TRUE(sameObject(open, file));
+    EXPECT_EQ(posix::kindOf(open.mode), ObjectKind::regularFile);
     EXPECT_EQ(open.size, 6);
 
-    posix::LockFileInformation directory;
-    ASSERT_TRUE(posix::describeLockFile(scratch.c_str(), directory));
-    EXPECT_EQ(directory.kind, LockFileKind::directory);
-    posix::LockFileInformation fifo;
-    ASSERT_TRUE(posix::describeLockFile(at("fifo").c_str(), fifo));
-    EXPECT_EQ(fifo.kind, LockFileKind::special);
-    posix::LockFileInformation device;
-    ASSERT_TRUE(posix::describeLockFile("/dev/null", device));
-    EXPECT_EQ(device.kind, LockFileKind::special);
+    posix::ObjectInformation directory;
+    ASSERT_TRUE(posix::getFileInformation(scratch.c_str(), true, directory));
+    EXPECT_EQ(posix::kindOf(directory.mode), ObjectKind::directory);
+    posix::ObjectInformation fifo;
+    ASSERT_TRUE(posix::getFileInformation(at("fifo").c_str(), true, fifo));
+    EXPECT_EQ(posix::kindOf(fifo.mode), ObjectKind::fifo);
+    posix::ObjectInformation device;
+    ASSERT_TRUE(posix::getFileInformation("/dev/null", true, device));
+    EXPECT_EQ(posix::kindOf(device.mode), ObjectKind::characterDevice);
 
     int const listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
     ASSERT_GE(listener, 0);
@@ -193,9 +199,9 @@ TEST_F(LockFileWrappersTest, DescribingTellsIdentityKindAndSize)
     ASSERT_LT(socketPath.size(), sizeof address.sun_path);
     std::memcpy(address.sun_path, socketPath.c_str(), socketPath.size() + 1);
     ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
-    posix::LockFileInformation socket;
-    EXPECT_TRUE(posix::describeLockFile(socketPath.c_str(), socket));
-    EXPECT_EQ(socket.kind, LockFileKind::special);
+    posix::ObjectInformation socket;
+    EXPECT_TRUE(posix::getFileInformation(socketPath.c_str(), true, socket));
+    EXPECT_EQ(posix::kindOf(socket.mode), ObjectKind::socket);
     int descriptor = -1;
     EXPECT_EQ(posix::openLockFile(socketPath.c_str(), LockFileOpening::existingForReading, descriptor),
               LockFileOpenResult::refused);
@@ -204,11 +210,11 @@ TEST_F(LockFileWrappersTest, DescribingTellsIdentityKindAndSize)
 
 TEST_F(LockFileWrappersTest, DescribingNothingFails)
 {
-    posix::LockFileInformation information;
-    EXPECT_FALSE(posix::describeLockFile(at("missing").c_str(), information));
+    posix::ObjectInformation information;
+    EXPECT_FALSE(posix::getFileInformation(at("missing").c_str(), true, information));
     ASSERT_EQ(::symlink(at("nothing").c_str(), at("dangling").c_str()), 0);
-    EXPECT_FALSE(posix::describeLockFile(at("dangling").c_str(), information));
-    EXPECT_FALSE(posix::describeOpenLockFile(-1, information));
+    EXPECT_FALSE(posix::getFileInformation(at("dangling").c_str(), true, information));
+    EXPECT_FALSE(posix::statDescriptor(-1, information));
 }
 
 } // namespace

@@ -4,10 +4,8 @@
 #include <kelvo/filesystem/Operations.h>
 
 #include "filesystem/path/PathInternal.h"
+#include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
-
-#include <fcntl.h>
-#include <sys/file.h>
 
 namespace kelvo::filesystem {
 
@@ -16,16 +14,21 @@ namespace {
 // Asked before every lock is taken; empty means that every file may be locked.
 std::function<bool(Path const&)> shouldLockFileCallback;
 
-// Descriptors are not handed down to programs this process starts.
-constexpr int kLockOpenFlags = O_RDWR | O_NONBLOCK | O_CLOEXEC;
-constexpr int kTestOpenFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+// Opens what is at `native` without creating it, without waiting and
+// close-on-exec, as `opening` says. @returns the descriptor, or -1.
+int openExisting(char const* native, posix::LockFileOpening opening) noexcept
+{
+    int descriptor = -1;
+    posix::openLockFile(native, opening, descriptor);
+    return descriptor;
+}
 
 // Release as both the destructor and unlockFile do; results are ignored, as
 // there is nothing left to do about them.
 void releaseDescriptor(int descriptor) noexcept
 {
-    posix::lockDescriptor(descriptor, LOCK_UN);
-    posix::closeDescriptor(descriptor);
+    posix::unlockDescriptor(descriptor);
+    posix::closeObject(descriptor);
 }
 
 } // namespace
@@ -54,15 +57,18 @@ bool FileLock::lockFile(Path const& path)
     char const* const native = PathNativeAccess::cStringForChange(path);
     if (native == nullptr)
         return false;
-    // No O_CREAT: a file that does not exist is never created by locking it.
-    descriptor = posix::openDescriptor(native, kLockOpenFlags);
+    // A file that does not exist is never created by locking it.
+    descriptor = openExisting(native, posix::LockFileOpening::existingForReadingAndWriting);
     if (descriptor == -1)
         return false;
     // Kept: when another holder has the file, the descriptor stays open and
     // stored, so the object answers yes to a later lockFile and its
     // destructor closes it (see docs/odd-behaviours.md, 'A FileLock that
     // failed once reports success ever after').
-    return posix::lockDescriptor(descriptor, LOCK_EX | LOCK_NB);
+    if (posix::tryExclusiveLock(descriptor) == posix::LockAttempt::taken)
+        return true;
+    posix::setFailurePath(native);
+    return false;
 }
 
 void FileLock::unlockFile()
@@ -83,16 +89,18 @@ bool FileLock::isFileLocked(Path const& path)
     char const* const native = PathNativeAccess::cStringForChange(path);
     if (native == nullptr)
         return false; // names no file, so nothing can hold it
-    int const testDescriptor = posix::openDescriptor(native, kTestOpenFlags);
+    int const testDescriptor = openExisting(native, posix::LockFileOpening::existingForReading);
     if (testDescriptor == -1) {
         // A missing file is free; one that exists but cannot be read counts
         // as held.
         return exists(path);
     }
-    bool const taken = posix::lockDescriptor(testDescriptor, LOCK_EX | LOCK_NB);
+    bool const taken = posix::tryExclusiveLock(testDescriptor) == posix::LockAttempt::taken;
     if (taken)
-        posix::lockDescriptor(testDescriptor, LOCK_UN);
-    posix::closeDescriptor(testDescriptor);
+        posix::unlockDescriptor(testDescriptor);
+    else
+        posix::setFailurePath(native);
+    posix::closeObject(testDescriptor);
     return !taken;
 }
 

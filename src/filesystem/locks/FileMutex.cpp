@@ -6,6 +6,7 @@
 #include "filesystem/status/FileAge.h"
 #include "filesystem/path/PathInternal.h"
 #include "filesystem/temporary/RandomNumber.h"
+#include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/Process.h"
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
@@ -20,6 +21,18 @@
 namespace kelvo::filesystem {
 
 namespace {
+
+// A FIFO, socket or device: reading or writing it may wait for a peer.
+bool isSpecial(posix::ObjectInformation const& information) noexcept
+{
+    posix::ObjectKind const kind = posix::kindOf(information.mode);
+    return kind != posix::ObjectKind::regularFile && kind != posix::ObjectKind::directory;
+}
+
+bool sameObject(posix::ObjectInformation const& a, posix::ObjectInformation const& b) noexcept
+{
+    return a.device == b.device && a.inode == b.inode;
+}
 
 constexpr char kCannotWrite[] = "FileMutex can't write to mutex file. Check permissions.";
 constexpr char kCannotRead[] = "FileMutex can't open mutex file. Check permissions.";
@@ -134,7 +147,7 @@ public:
     {
         // Closing the only descriptor of the open file lets go of the lock.
         if (descriptor != -1)
-            posix::closeDescriptor(descriptor);
+            posix::closeObject(descriptor);
     }
 
     MutexFileGuard(MutexFileGuard const&) = delete;
@@ -197,6 +210,7 @@ private:
                 if (attempt == posix::LockAttempt::taken)
                     break;
                 if (attempt == posix::LockAttempt::failed) {
+                    posix::setFailurePath(native);
                     goOnUnguarded(FileMutexGuard::notSupported);
                     return;
                 }
@@ -205,16 +219,16 @@ private:
                     return;
                 }
             }
-            posix::LockFileInformation locked;
-            posix::LockFileInformation named;
-            if (!posix::describeOpenLockFile(descriptor, locked) || locked.kind == posix::LockFileKind::special) {
+            posix::ObjectInformation locked;
+            posix::ObjectInformation named;
+            if (!posix::statDescriptor(descriptor, locked) || isSpecial(locked)) {
                 // Replaced by a FIFO, socket or device since it was looked
                 // at: never read or written.
                 close();
                 outcome = FileMutexGuard::cannotOpen;
                 return;
             }
-            if (!posix::describeLockFile(native, named) || named.identity != locked.identity) {
+            if (!posix::getFileInformation(native, true, named) || !sameObject(named, locked)) {
                 // Removed (or replaced) by the holder this call waited for.
                 close();
                 if (std::chrono::steady_clock::now() >= deadline) {
@@ -224,7 +238,7 @@ private:
                 continue;
             }
             outcome = FileMutexGuard::held;
-            if (created || locked.size != 0 || locked.kind != posix::LockFileKind::regular || mutex.isFileStale())
+            if (created || locked.size != 0 || posix::kindOf(locked.mode) != posix::ObjectKind::regularFile || mutex.isFileStale())
                 return;
             // Empty and fresh: most likely created by another process that has
             // not locked it yet. Let it go so that its maker can write it;
@@ -256,8 +270,8 @@ private:
         // A FIFO, socket or device is not opened at all: even a moment's
         // opening of a FIFO counts as a peer to whoever waits at its other
         // end.
-        posix::LockFileInformation seen;
-        if (posix::describeLockFile(native, seen) && seen.kind == posix::LockFileKind::special) {
+        posix::ObjectInformation seen;
+        if (posix::getFileInformation(native, true, seen) && isSpecial(seen)) {
             outcome = FileMutexGuard::cannotOpen;
             return Opening::finished;
         }
@@ -282,7 +296,7 @@ private:
         // names nothing (which the write follows, creating the link's
         // target), there is nothing to lock; otherwise another process
         // removed the file between the two opens.
-        posix::FileInformation linkItself;
+        posix::ObjectInformation linkItself;
         bool const danglingLink = !posix::canStat(native) && posix::getFileInformation(native, false, linkItself);
         if (creation != LockFileOpenResult::alreadyExists || danglingLink) {
             outcome = FileMutexGuard::cannotOpen;
@@ -302,7 +316,7 @@ private:
 
     void close()
     {
-        posix::closeDescriptor(descriptor);
+        posix::closeObject(descriptor);
         descriptor = -1;
         created = false;
     }
@@ -323,8 +337,8 @@ bool isPlainFileOrAbsent(Path const& file)
     char const* native = PathNativeAccess::cStringForChange(file);
     if (native == nullptr)
         return false;
-    posix::LockFileInformation seen;
-    return !posix::describeLockFile(native, seen) || seen.kind != posix::LockFileKind::special;
+    posix::ObjectInformation seen;
+    return !posix::getFileInformation(native, true, seen) || !isSpecial(seen);
 }
 
 } // namespace

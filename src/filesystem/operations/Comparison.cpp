@@ -5,6 +5,7 @@
 #include "filesystem/path/SafeSort.h"
 #include "filesystem/operations/SourceReading.h"
 #include "filesystem/operations/TreeWalk.h"
+#include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/Tree.h"
 
 #include <algorithm>
@@ -14,8 +15,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <sys/stat.h>
 
 namespace kelvo::filesystem {
 
@@ -33,8 +32,7 @@ constexpr std::int64_t kLargestBlock = 262144;
 // Reads until `count` bytes are in, a read gives nothing, or `expected`
 // bytes (the size the status reported, when positive) are in: a file that
 // has not changed ends there, so no read is spent on seeing its end. A read
-// that fails counts as the end of the file, as a short stream read always
-// has, so the comparison loop ends.
+// that fails counts as the end of the file, so the comparison loop ends.
 std::size_t readFull(SourceReader& reader, char* buffer, std::size_t count, std::int64_t expected)
 {
     std::size_t got = 0;
@@ -77,38 +75,36 @@ bool compareOpenFiles(SourceReader& a, SourceReader& b, std::int64_t size)
 
 // Compares the files `nameA` of `directoryA` and `nameB` of `directoryB`
 // once their sizes agree. A file that cannot be opened counts as equal. They
-// are opened without waiting on them (a FIFO with no writer, a device).
-bool compareFilesAt(int directoryA, char const* nameA, int flagsA,
-                    int directoryB, char const* nameB, int flagsB, std::int64_t size)
+// are opened without waiting on them (a FIFO with no writer, a device). When
+// a name is relative to a walk's directory, its stack is given, so that a
+// failure's record names the entry by its whole path.
+bool compareFilesAt(int directoryA, char const* nameA, bool followA, DirectoryStack const* stackA,
+                    int directoryB, char const* nameB, bool followB, DirectoryStack const* stackB,
+                    std::int64_t size)
 {
     posix::ObjectInformation informationA;
     posix::ObjectInformation informationB;
-    OwnedDescriptor a(nameA != nullptr ? detail::openSource(directoryA, nameA, flagsA, informationA) : -1);
-    if (!a.isOpen())
+    OwnedDescriptor a(nameA != nullptr ? detail::openSource(directoryA, nameA, followA, informationA) : -1);
+    if (!a.isOpen()) {
+        if (nameA != nullptr && stackA != nullptr)
+            posix::setFailurePath(stackA->pathOf(nameA));
         return true;
-    OwnedDescriptor b(nameB != nullptr ? detail::openSource(directoryB, nameB, flagsB, informationB) : -1);
-    if (!b.isOpen())
+    }
+    OwnedDescriptor b(nameB != nullptr ? detail::openSource(directoryB, nameB, followB, informationB) : -1);
+    if (!b.isOpen()) {
+        if (nameB != nullptr && stackB != nullptr)
+            posix::setFailurePath(stackB->pathOf(nameB));
         return true;
+    }
     SourceReader readerA(a.get(), informationA.mode);
     SourceReader readerB(b.get(), informationB.mode);
     return compareOpenFiles(readerA, readerB, size);
 }
 
-// The kind the library's status gives, from a followed mode: single bits,
-// tried in the order the status classification tries them.
-FileType followedType(bool found, std::uint32_t mode)
+// The kind the library's status gives, from a followed mode.
+posix::ObjectKind followedKind(bool found, std::uint32_t mode)
 {
-    if (!found)
-        return FileType::none;
-    if ((mode & 040000) != 0)
-        return FileType::directory;
-    if ((mode & 0100000) != 0)
-        return FileType::regularFile;
-    if ((mode & 020000) != 0)
-        return FileType::characterDevice;
-    if ((mode & 010000) != 0)
-        return FileType::fifo;
-    return FileType::unknown;
+    return found ? posix::classify(mode, false) : posix::ObjectKind::unknown;
 }
 
 struct ListedName {
@@ -202,6 +198,8 @@ bool TreeComparison::readLevel(Side& side, std::vector<ListedName>& names)
 {
     detail::Listing listing;
     bool const complete = listing.read(side.stack.descriptor());
+    if (!complete)
+        posix::setFailurePath(side.stack.pathOf(nullptr));
     names = listSorted(listing);
     return complete;
 }
@@ -265,18 +263,22 @@ bool TreeComparison::compareEntry(ListedName const& a, ListedName const& b)
     posix::ObjectInformation informationA;
     posix::ObjectInformation informationB;
     bool const foundA = posix::statAt(directoryA, a.bytes.c_str(), true, informationA);
+    if (!foundA)
+        posix::setFailurePath(sideA.stack.pathOf(a.bytes.c_str()));
     bool const foundB = posix::statAt(directoryB, b.bytes.c_str(), true, informationB);
-    FileType const type = followedType(foundA, informationA.mode);
-    if (type != followedType(foundB, informationB.mode))
+    if (!foundB)
+        posix::setFailurePath(sideB.stack.pathOf(b.bytes.c_str()));
+    posix::ObjectKind const kind = followedKind(foundA, informationA.mode);
+    if (kind != followedKind(foundB, informationB.mode))
         return false;
-    if (type == FileType::directory)
+    if (kind == posix::ObjectKind::directory)
         return compareSubdirectories(a, b, informationA, informationB);
     std::int64_t const sizeA = foundA ? informationA.size : -1;
     std::int64_t const sizeB = foundB ? informationB.size : -1;
     if (sizeA != sizeB)
         return false;
-    return compareFilesAt(directoryA, a.bytes.c_str(), a.mayFollow ? 0 : O_NOFOLLOW,
-                          directoryB, b.bytes.c_str(), b.mayFollow ? 0 : O_NOFOLLOW, sizeA);
+    return compareFilesAt(directoryA, a.bytes.c_str(), a.mayFollow, &sideA.stack,
+                          directoryB, b.bytes.c_str(), b.mayFollow, &sideB.stack, sizeA);
 }
 
 bool TreeComparison::compareSubdirectories(ListedName const& a, ListedName const& b,
@@ -345,7 +347,8 @@ bool compareFiles(Path const& a, Path const& b)
     std::int64_t const size = nativeA != nullptr ? fileSize(a) : -1;
     if (size != (nativeB != nullptr ? fileSize(b) : -1))
         return false;
-    return compareFilesAt(posix::kWorkingDirectory, nativeA, 0, posix::kWorkingDirectory, nativeB, 0, size);
+    return compareFilesAt(posix::kWorkingDirectory, nativeA, true, nullptr,
+                          posix::kWorkingDirectory, nativeB, true, nullptr, size);
 }
 
 namespace {

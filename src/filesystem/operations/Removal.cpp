@@ -6,10 +6,9 @@
 #include "filesystem/path/PathInternal.h"
 #include "filesystem/operations/TreeRemoval.h"
 #include "filesystem/operations/TreeWalk.h"
+#include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
-
-#include <sys/stat.h>
 
 #include <vector>
 
@@ -64,7 +63,7 @@ Step stepFor(int directory, char const* name, ListedKind kind)
     posix::ObjectInformation information;
     if (!posix::statAt(directory, name, false, information))
         return Step::fail;
-    if ((information.mode & S_IFMT) == S_IFLNK)
+    if (posix::kindOf(information.mode) == posix::ObjectKind::symbolicLink)
         return Step::throughLink;
     return isDirectoryMode(information.mode) ? Step::descend : Step::unlink;
 }
@@ -76,6 +75,14 @@ struct ListedLevel {
     Listing listing;
     std::size_t next = 0;
 };
+
+// Lists the current directory of `stack` into `listing`; a failure's record
+// names the directory.
+void listCurrent(DirectoryStack const& stack, Listing& listing)
+{
+    if (!listing.read(stack.descriptor()))
+        posix::setFailurePath(stack.pathOf(nullptr));
+}
 
 // Empties the directory open at the top of `stack`, depth first, and stops at
 // the first failure. The walk is a loop over the stack of open directories,
@@ -91,7 +98,7 @@ bool emptyTree(DirectoryStack& stack)
     // directory's own rmdir then fails if anything was left unlisted, as it
     // does for a directory that cannot be listed at all.
     std::vector<ListedLevel> levels(1);
-    (void)levels.back().listing.read(stack.descriptor());
+    listCurrent(stack, levels.back().listing);
     for (;;) {
         ListedLevel& level = levels.back();
         if (level.next == level.listing.size()) {
@@ -103,20 +110,24 @@ bool emptyTree(DirectoryStack& stack)
                 return false;
             levels.pop_back();
             ListedLevel const& parent = levels.back();
-            if (!posix::unlinkAt(stack.descriptor(), parent.listing.name(parent.next - 1), true))
+            char const* const emptied = parent.listing.name(parent.next - 1);
+            if (!posix::unlinkAt(stack.descriptor(), emptied, true)) {
+                posix::setFailurePath(stack.pathOf(emptied));
                 return false;
+            }
             continue;
         }
         std::size_t const index = level.next++;
         char const* name = level.listing.name(index);
         int const directory = stack.descriptor();
+        unsigned long const failuresBefore = posix::failureCount();
         bool removed = false;
         switch (stepFor(directory, name, level.listing.kind(index))) {
         case Step::descend:
             switch (stack.enter(name, false)) {
             case Entered::entered:
                 levels.emplace_back();
-                (void)levels.back().listing.read(stack.descriptor());
+                listCurrent(stack, levels.back().listing);
                 continue;
             case Entered::failed:
                 // A directory that cannot be opened lists nothing: it goes
@@ -140,8 +151,13 @@ bool emptyTree(DirectoryStack& stack)
             removed = false;
             break;
         }
-        if (!removed)
+        if (!removed) {
+            // The calls were made relative to the current directory: the
+            // record names the entry by its whole path.
+            if (posix::failureCount() != failuresBefore)
+                posix::setFailurePath(stack.pathOf(name));
             return false;
+        }
     }
 }
 
@@ -188,7 +204,7 @@ bool remove(Path const& path)
     // One stat answers both whether the path exists and whether it is a
     // directory through its links, so a link to a directory goes to rmdir,
     // which refuses it, and a dangling link is never removed here.
-    posix::FileInformation information;
+    posix::ObjectInformation information;
     if (!posix::getFileInformation(native, true, information))
         return false;
     if (isDirectoryMode(information.mode))

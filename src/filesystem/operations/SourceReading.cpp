@@ -6,34 +6,30 @@
 #include <algorithm>
 #include <cerrno>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 
 namespace kelvo::filesystem::detail {
 
 namespace {
 
-constexpr int kSourceFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
-
-bool isRegular(std::uint32_t mode) noexcept { return (mode & S_IFMT) == S_IFREG; }
+bool isRegular(std::uint32_t mode) noexcept { return posix::kindOf(mode) == posix::ObjectKind::regularFile; }
 
 bool wouldBlock(int error) noexcept { return error == EAGAIN || error == EWOULDBLOCK; }
 
 } // namespace
 
-int openSource(int directory, char const* name, int extraFlags, posix::ObjectInformation& information) noexcept
+int openSource(int directory, char const* name, bool followLink, posix::ObjectInformation& information) noexcept
 {
-    int descriptor = posix::openAt(directory, name, kSourceFlags | extraFlags);
+    int descriptor = posix::openAt(directory, name, posix::OpenIntent::readSource, followLink);
     if (descriptor < 0 && wouldBlock(errno)) {
         // A regular file under a lease refuses a non-blocking open; it is
         // opened as any file is, which waits for the lease's holder. Nothing
         // else is opened blocking.
         posix::ObjectInformation named;
-        if (!posix::statAt(directory, name, (extraFlags & O_NOFOLLOW) == 0, named) || !isRegular(named.mode)) {
+        if (!posix::statAt(directory, name, followLink, named) || !isRegular(named.mode)) {
             errno = EAGAIN;
             return -1;
         }
-        descriptor = posix::openAt(directory, name, (kSourceFlags & ~O_NONBLOCK) | extraFlags);
+        descriptor = posix::openAt(directory, name, posix::OpenIntent::readSourceWaiting, followLink);
     }
     if (descriptor < 0)
         return -1;
@@ -49,7 +45,7 @@ int openSource(int directory, char const* name, int extraFlags, posix::ObjectInf
 }
 
 SourceReader::SourceReader(int descriptor, std::uint32_t mode) noexcept
-    : descriptor(descriptor), special(!isRegular(mode)), fifo((mode & S_IFMT) == S_IFIFO)
+    : descriptor(descriptor), special(!isRegular(mode)), fifo(posix::kindOf(mode) == posix::ObjectKind::fifo)
 {
 }
 

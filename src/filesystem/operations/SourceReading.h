@@ -20,14 +20,14 @@ inline constexpr std::int64_t kSpecialFileLimit = 16 * 1024 * 1024;
 /// and goes without writing ends it at once.)
 inline constexpr int kQuietMilliseconds = 1000;
 
-/// Opens `name` relative to `directory` for reading, with `extraFlags`
-/// (`O_NOFOLLOW`) added: without waiting for a FIFO's writer and without
+/// Opens `name` relative to `directory` for reading, following a final link
+/// only when `followLink` is true: without waiting for a FIFO's writer and without
 /// taking a terminal as the controlling one (the non-blocking flag stays:
 /// reads of a regular file do not look at it). A socket cannot be opened
 /// (ENXIO).
 /// @returns the descriptor, with `information` read from it; -1 on failure
 /// (errno from the failing call, nothing left open).
-int openSource(int directory, char const* name, int extraFlags, posix::ObjectInformation& information) noexcept;
+int openSource(int directory, char const* name, bool followLink, posix::ObjectInformation& information) noexcept;
 
 /// Reads an open source: a regular file as the system gives it; anything else
 /// at most `kSpecialFileLimit` bytes, each read waiting at most

@@ -60,7 +60,7 @@ bool readSymbolicLinkInformation(Path const& path, SymbolicLinkInformation& info
     char const* const native = PathNativeAccess::cStringForChange(path);
     if (native == nullptr)
         return false;
-    posix::FileInformation own;
+    posix::ObjectInformation own;
     if (!posix::getFileInformation(native, false, own) || (own.mode & kKindBits) != kSymbolicLinkKind)
         return false;
     std::string target;

@@ -1,22 +1,19 @@
 // The tree walks' shared parts: whole listings of an open directory, and the stack of directories a walk moves through with a bounded number of descriptors.
 #include "filesystem/operations/TreeWalk.h"
 
+#include "filesystem/posix/FailureRecord.h"
+
+#include <cerrno>
+
 namespace kelvo::filesystem::detail {
 
 namespace {
-
-constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY;
-
-bool isDotOrDotDot(char const* name) noexcept
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
 
 // Opens `name` of `parent` as a directory and reads its identity.
 // @returns the descriptor, or -1 (errno from the failing call).
 int openDirectory(int parent, char const* name, bool follow, ObjectIdentity& identity)
 {
-    int const descriptor = posix::openAt(parent, name, kDirectoryFlags | (follow ? 0 : O_NOFOLLOW));
+    int const descriptor = posix::openAt(parent, name, posix::OpenIntent::listDirectory, follow);
     if (descriptor < 0)
         return -1;
     posix::ObjectInformation information;
@@ -40,23 +37,20 @@ bool Listing::read(int descriptor)
     items.clear();
     // The stream takes a descriptor of its own, so the caller's stays open
     // for the calls relative to it once the stream is closed.
-    DIR* const stream = posix::openDirectoryStream(posix::duplicateDescriptor(descriptor));
+    posix::DirectoryStream* const stream = posix::openDirectoryStream(posix::duplicateDescriptor(descriptor));
     if (stream == nullptr)
         return false;
     // The duplicate shares the original's position, wherever an earlier
     // listing left it.
     posix::rewindDirectoryStream(stream);
-    bool failed = false;
-    while (dirent const* entry = posix::readDirectoryStream(stream, failed)) {
-        char const* name = entry->d_name;
-        if (isDotOrDotDot(name))
-            continue;
-        std::size_t const length = std::char_traits<char>::length(name);
-        items.push_back(Item{names.size(), length, listedKind(*entry)});
-        names.append(name, length + 1); // with its NUL
+    posix::ListedEntry entry;
+    posix::EntryRead read;
+    while ((read = posix::readEntry(stream, entry)) == posix::EntryRead::entry) {
+        items.push_back(Item{names.size(), entry.length, entry.kind});
+        names.append(entry.name, entry.length + 1); // with its NUL
     }
-    posix::closeDirectoryStream(stream);
-    return !failed;
+    posix::closeDirectory(stream);
+    return read == posix::EntryRead::end;
 }
 
 // ---- DirectoryStack ------------------------------------------------------------
@@ -81,7 +75,23 @@ bool DirectoryStack::open(int parent, char const* name, bool follow, ObjectIdent
     }
     levels.push_back(Level{std::string(), identity, descriptor, follow});
     onStack.emplace(identity, 0);
+    topPath = name;
     return true;
+}
+
+std::string DirectoryStack::pathOf(char const* name) const
+{
+    std::string path = topPath;
+    auto const append = [&path](char const* step) {
+        if (!path.empty() && path.back() != '/')
+            path += '/';
+        path += step;
+    };
+    for (std::size_t level = 1; level < levels.size(); ++level)
+        append(levels[level].name.c_str());
+    if (name != nullptr)
+        append(name);
+    return path;
 }
 
 long DirectoryStack::levelOf(ObjectIdentity const& identity) const
@@ -94,8 +104,12 @@ Entered DirectoryStack::enter(char const* name, bool follow)
 {
     ObjectIdentity identity;
     int const opened = openDirectory(descriptor(), name, follow, identity);
-    if (opened < 0)
+    if (opened < 0) {
+        int const saved = errno;
+        posix::setFailurePath(pathOf(name));
+        errno = saved;
         return Entered::failed;
+    }
     if (onStack.count(identity) != 0) {
         posix::closeObject(opened);
         return Entered::loop;
@@ -130,9 +144,13 @@ bool DirectoryStack::leave()
         return false;
     std::size_t const parent = levels.size() - 2;
     if (levels[parent].descriptor < 0) {
+        unsigned long const failuresBefore = posix::failureCount();
         int const descriptor = reopen(parent);
-        if (descriptor < 0)
+        if (descriptor < 0) {
+            if (posix::failureCount() != failuresBefore)
+                posix::setFailurePath(pathOf(".."));
             return false;
+        }
         levels[parent].descriptor = descriptor;
         ++held;
     }

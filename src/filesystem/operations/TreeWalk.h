@@ -1,4 +1,4 @@
-// Internal helpers of the tree walks: owned descriptors, listings of an open directory that skip "." and "..", the kind bits of a mode, and the stack of open directories a walk moves through with a bounded number of descriptors.
+// Internal helpers of the tree walks: owned descriptors, whole listings of an open directory, and the stack of open directories a walk moves through with a bounded number of descriptors.
 #ifndef KELVO_SRC_FILESYSTEM_TREE_WALK_H
 #define KELVO_SRC_FILESYSTEM_TREE_WALK_H
 
@@ -12,12 +12,7 @@
 
 namespace kelvo::filesystem::detail {
 
-/// The bit that makes the library call a status a directory. Kinds are told
-/// by single bits, so block devices and sockets carry it too.
-inline constexpr std::uint32_t kDirectoryModeBit = 040000;
-
-/// @returns true when the library's classification calls `mode` a directory.
-inline bool isDirectoryMode(std::uint32_t mode) noexcept { return (mode & kDirectoryModeBit) != 0; }
+using posix::isDirectoryMode;
 
 /// An open descriptor, closed when the owner goes.
 class OwnedDescriptor {
@@ -48,39 +43,7 @@ private:
     int value = -1;
 };
 
-/// What the listing said of an entry's kind, before any status call.
-enum class ListedKind {
-    directory,    ///< a directory
-    link,         ///< a symbolic link
-    directoryBit, ///< a block device or socket: carries the directory bit
-    other,        ///< a regular file, FIFO or character device
-    unknown,      ///< the listing did not say
-};
-
-/// @returns what the listing reported of `entry`'s kind.
-inline ListedKind listedKind(dirent const& entry) noexcept
-{
-#if defined(KELVO_HAS_DIRENT_D_TYPE)
-    switch (entry.d_type) {
-    case DT_DIR:
-        return ListedKind::directory;
-    case DT_LNK:
-        return ListedKind::link;
-    case DT_BLK:
-    case DT_SOCK:
-        return ListedKind::directoryBit;
-    case DT_REG:
-    case DT_FIFO:
-    case DT_CHR:
-        return ListedKind::other;
-    default:
-        return ListedKind::unknown;
-    }
-#else
-    (void)entry;
-    return ListedKind::unknown;
-#endif
-}
+using posix::ListedKind;
 
 /// What an object is, whatever name reaches it: its device and inode.
 struct ObjectIdentity {
@@ -166,7 +129,9 @@ public:
 
     /// Opens the top of the tree: `name` relative to the descriptor `parent`,
     /// following a final link when `follow` is true. When `expected` is given,
-    /// the directory opened must be that object.
+    /// the directory opened must be that object. `name` (native bytes) is
+    /// also the path `pathOf` starts from, so a caller opening relative to
+    /// another directory than the working one passes the path it knows.
     /// @returns true when the top is open; false when it cannot be opened as a
     /// directory, or is another object than `expected`.
     bool open(int parent, char const* name, bool follow, ObjectIdentity const* expected = nullptr);
@@ -189,6 +154,12 @@ public:
     /// link there only when `follow` is true.
     Entered enter(char const* name, bool follow);
 
+    /// @returns the path of the entry `name` of the current directory (of the
+    /// current directory itself for a null `name`): the top's path, then the
+    /// names of the levels below it, then `name`, as native bytes. For the
+    /// failure record, after a call relative to the current directory failed.
+    std::string pathOf(char const* name) const;
+
     /// Goes back up to the parent of the current directory.
     /// @returns true there; false when the parent cannot be reached again as
     /// the directory it was (the tree changed under the walk), or at the top.
@@ -208,6 +179,7 @@ private:
     int reopen(std::size_t level);
     void closeOldest();
 
+    std::string topPath; // the top's path, as `open` was given it
     std::vector<Level> levels;
     std::unordered_map<ObjectIdentity, std::size_t, IdentityHash> onStack; // level of each identity
     std::size_t held = 0; // descriptors held below the top

@@ -20,6 +20,7 @@ struct Record {
 // Constant-initialised and trivially destroyed but for the string, which a
 // thread's exit frees.
 thread_local Record record;
+thread_local unsigned long recorded = 0;
 
 } // namespace
 
@@ -30,6 +31,7 @@ void recordFailure(char const* call, int error, std::string_view path) noexcept
     int const saved = errno;
     record.error = error;
     record.call = call;
+    ++recorded;
     try {
         record.path.assign(path.data() != nullptr ? path : std::string_view());
     } catch (std::bad_alloc const&) {
@@ -52,6 +54,14 @@ void setFailurePath(std::string_view path) noexcept
 }
 
 int lastFailureError() noexcept { return record.error; }
+
+unsigned long failureCount() noexcept { return recorded; }
+
+void setFailurePathSince(unsigned long countBefore, std::string_view path) noexcept
+{
+    if (recorded != countBefore)
+        setFailurePath(path);
+}
 
 } // namespace posix
 

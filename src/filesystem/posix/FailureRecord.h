@@ -21,6 +21,15 @@ void setFailurePath(std::string_view path) noexcept;
 /// @returns the `errno` value of the calling thread's last record, 0 when none.
 int lastFailureError() noexcept;
 
+/// @returns how many failures the calling thread has recorded (modulo the
+/// type's range), so that a caller can tell whether the calls it made since
+/// an earlier reading recorded one.
+unsigned long failureCount() noexcept;
+
+/// Replaces the path of the calling thread's last record with `path` when a
+/// failure was recorded since `failureCount` returned `countBefore`.
+void setFailurePathSince(unsigned long countBefore, std::string_view path) noexcept;
+
 } // namespace kelvo::filesystem::posix
 
 #endif

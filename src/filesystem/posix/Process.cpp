@@ -1,29 +1,25 @@
-// The process-level calls: getenv, pthread_atfork and a non-blocking flock that tells busy from refused.
+// The process-level calls: getenv and pthread_atfork.
 #include "filesystem/posix/Process.h"
 
-#include <cerrno>
-#include <cstdlib>
-
-#include <pthread.h>
-#include <sys/file.h>
+#include "filesystem/posix/FailureRecord.h"
+#include "filesystem/posix/SystemCalls.h"
 
 namespace kelvo::filesystem::posix {
 
 char const* getEnvironmentVariable(char const* name) noexcept
 {
-    return std::getenv(name);
+    // A variable that is not set is an answer, not a failure: nothing is recorded.
+    return systemCalls().getenv(name);
 }
 
 bool registerForkHandlers(void (*prepare)(), void (*parent)(), void (*child)()) noexcept
 {
-    return ::pthread_atfork(prepare, parent, child) == 0;
-}
-
-LockAttempt tryExclusiveLock(int descriptor) noexcept
-{
-    if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0)
-        return LockAttempt::taken;
-    return errno == EWOULDBLOCK || errno == EINTR ? LockAttempt::busy : LockAttempt::failed;
+    // pthread_atfork returns its error number rather than setting errno.
+    int const error = systemCalls().pthreadAtfork(prepare, parent, child);
+    if (error == 0)
+        return true;
+    recordFailure("pthread_atfork", error, {});
+    return false;
 }
 
 } // namespace kelvo::filesystem::posix

@@ -1,4 +1,4 @@
-// The process-level calls behind the temporary-directory locations and the file mutex: the environment, fork handlers and a lock attempt that tells busy from refused.
+// The process-level calls behind the temporary-directory locations and the file mutex: the environment and fork handlers.
 #ifndef KELVO_SRC_FILESYSTEM_POSIX_PROCESS_H
 #define KELVO_SRC_FILESYSTEM_POSIX_PROCESS_H
 
@@ -16,16 +16,6 @@ char const* getEnvironmentVariable(char const* name) noexcept;
 /// them may be null), with `pthread_atfork`.
 /// @returns true on success, false when the system refuses (no memory).
 bool registerForkHandlers(void (*prepare)(), void (*parent)(), void (*child)()) noexcept;
-
-/// What one attempt to lock a descriptor without waiting gave.
-enum class LockAttempt {
-    taken, ///< the lock is held now
-    busy,  ///< another holder has it (or a signal interrupted the call): worth trying again
-    failed ///< the system refuses this lock on this descriptor (a file system without it, say)
-};
-
-/// Tries once to take an exclusive `flock` on `descriptor`, without waiting.
-LockAttempt tryExclusiveLock(int descriptor) noexcept;
 
 } // namespace kelvo::filesystem::posix
 

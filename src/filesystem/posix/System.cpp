@@ -1,7 +1,13 @@
 // POSIX wrappers for status, listing, file locks, the file mutex's lock file, streams and the current directory; generic UNIX code only, variants fenced by feature probes.
 #include "filesystem/posix/System.h"
 
+#include "filesystem/posix/FailureRecord.h"
+#include "filesystem/posix/SystemCalls.h"
+
 #include <cerrno>
+#include <string>
+
+#include <dirent.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -18,11 +24,21 @@ namespace {
 // (64-bit Linux, and macOS with its 64-bit inode default).
 bool statPath(char const* path, bool follow, struct stat& st) noexcept
 {
-    return (follow ? ::stat : ::lstat)(path, &st) == 0;
+    SystemCalls const& calls = systemCalls();
+    if ((follow ? calls.stat : calls.lstat)(path, &st) == 0)
+        return true;
+    recordFailure(follow ? "stat" : "lstat", errno, path);
+    return false;
 }
 
-void copyTimes(struct stat const& st, FileInformation& information) noexcept
+} // namespace
+
+void fillInformation(struct stat const& st, ObjectInformation& information) noexcept
 {
+    information.mode = static_cast<std::uint32_t>(st.st_mode);
+    information.size = static_cast<std::int64_t>(st.st_size);
+    information.device = static_cast<std::uint64_t>(st.st_dev);
+    information.inode = static_cast<std::uint64_t>(st.st_ino);
 #if defined(KELVO_HAS_STAT_MTIM)
     information.modificationSeconds = st.st_mtim.tv_sec;
     information.modificationNanoseconds = st.st_mtim.tv_nsec;
@@ -42,16 +58,49 @@ void copyTimes(struct stat const& st, FileInformation& information) noexcept
 #endif
 }
 
-} // namespace
+ObjectKind kindOf(std::uint32_t mode) noexcept
+{
+    switch (mode & S_IFMT) {
+    case S_IFDIR:
+        return ObjectKind::directory;
+    case S_IFLNK:
+        return ObjectKind::symbolicLink;
+    case S_IFREG:
+        return ObjectKind::regularFile;
+    case S_IFCHR:
+        return ObjectKind::characterDevice;
+    case S_IFIFO:
+        return ObjectKind::fifo;
+    case S_IFBLK:
+        return ObjectKind::blockDevice;
+    case S_IFSOCK:
+        return ObjectKind::socket;
+    default:
+        return ObjectKind::unknown;
+    }
+}
 
-bool getFileInformation(char const* path, bool follow, FileInformation& information) noexcept
+ObjectKind classify(std::uint32_t mode, bool linkItself) noexcept
+{
+    if ((mode & S_IFDIR) != 0)
+        return ObjectKind::directory;
+    if ((mode & S_IFLNK) != 0 && linkItself)
+        return ObjectKind::symbolicLink;
+    if ((mode & S_IFREG) != 0)
+        return ObjectKind::regularFile;
+    if ((mode & S_IFCHR) != 0)
+        return ObjectKind::characterDevice;
+    if ((mode & S_IFIFO) != 0)
+        return ObjectKind::fifo;
+    return ObjectKind::unknown;
+}
+
+bool getFileInformation(char const* path, bool follow, ObjectInformation& information) noexcept
 {
     struct stat st;
     if (!statPath(path, follow, st))
         return false;
-    information.mode = static_cast<std::uint32_t>(st.st_mode);
-    information.size = static_cast<std::int64_t>(st.st_size);
-    copyTimes(st, information);
+    fillInformation(st, information);
     return true;
 }
 
@@ -63,7 +112,10 @@ bool canStat(char const* path) noexcept
 
 bool changeMode(char const* path, std::uint32_t mode) noexcept
 {
-    return ::chmod(path, static_cast<mode_t>(mode)) == 0;
+    if (systemCalls().chmod(path, static_cast<mode_t>(mode)) == 0)
+        return true;
+    recordFailure("chmod", errno, path);
+    return false;
 }
 
 bool setFileTimes(char const* path,
@@ -81,46 +133,129 @@ bool setFileTimes(char const* path,
     times[0].tv_usec = static_cast<suseconds_t>(accessMicroseconds);
     times[1].tv_sec = static_cast<time_t>(modificationSeconds);
     times[1].tv_usec = static_cast<suseconds_t>(modificationMicroseconds);
-    return ::utimes(path, times) == 0;
+    if (systemCalls().utimes(path, times) == 0)
+        return true;
+    recordFailure("utimes", errno, path);
+    return false;
 }
 
-DIR* openDirectory(char const* path) noexcept
+namespace {
+
+// A listing is the system's stream under the library's name.
+DIR* systemStream(DirectoryStream* stream) noexcept { return reinterpret_cast<DIR*>(stream); }
+
+bool isDotOrDotDot(char const* name) noexcept
 {
-    return ::opendir(path);
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-dirent* readDirectory(DIR* stream) noexcept { return ::readdir(stream); }
-
-void closeDirectory(DIR* stream) noexcept { ::closedir(stream); }
-
-long tellDirectory(DIR* stream) noexcept { return ::telldir(stream); }
-
-void seekDirectory(DIR* stream, long position) noexcept { ::seekdir(stream, position); }
-
-bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept
+// The one reader of the kind a listing reports.
+ListedKind listedKind(dirent const& entry) noexcept
 {
 #if defined(KELVO_HAS_DIRENT_D_TYPE)
-    if (entry.d_type != DT_UNKNOWN)
-        return entry.d_type == DT_LNK;
+    switch (entry.d_type) {
+    case DT_DIR:
+        return ListedKind::directory;
+    case DT_LNK:
+        return ListedKind::link;
+    case DT_BLK:
+    case DT_SOCK:
+        return ListedKind::directoryBit;
+    case DT_REG:
+    case DT_FIFO:
+    case DT_CHR:
+        return ListedKind::other;
+    default:
+        return ListedKind::unknown;
+    }
 #else
     (void)entry;
+    return ListedKind::unknown;
 #endif
+}
+
+} // namespace
+
+DirectoryStream* wrapStream(DIR* stream) noexcept { return reinterpret_cast<DirectoryStream*>(stream); }
+
+EntryRead readEntry(DirectoryStream* stream, ListedEntry& entry) noexcept
+{
+    // readdir tells a failure from the end only through errno: cleared before
+    // the call, and put back when the call did not fail.
+    int& error = errno; // one look-up of the thread's errno for the whole read
+    int const saved = error;
+    for (;;) {
+        error = 0;
+        dirent const* const read = systemCalls().readdir(systemStream(stream));
+        if (read == nullptr) {
+            if (error != 0) {
+                recordFailure("readdir", error, {});
+                return EntryRead::failed;
+            }
+            error = saved;
+            return EntryRead::end;
+        }
+        if (isDotOrDotDot(read->d_name))
+            continue;
+        error = saved;
+        entry.name = read->d_name;
+        entry.length = std::char_traits<char>::length(read->d_name);
+        entry.kind = listedKind(*read);
+        return EntryRead::entry;
+    }
+}
+
+void closeDirectory(DirectoryStream* stream) noexcept
+{
+    if (systemCalls().closedir(systemStream(stream)) != 0)
+        recordFailure("closedir", errno, {});
+}
+
+long tellDirectory(DirectoryStream* stream) noexcept
+{
+    long const position = systemCalls().telldir(systemStream(stream));
+    if (position == -1)
+        recordFailure("telldir", errno, {});
+    return position;
+}
+
+void seekDirectory(DirectoryStream* stream, long position) noexcept
+{
+    systemCalls().seekdir(systemStream(stream), position);
+}
+
+bool isSymbolicLinkEntry(ListedEntry const& entry, char const* path) noexcept
+{
+    if (entry.kind != ListedKind::unknown)
+        return entry.kind == ListedKind::link;
     // The listing did not say what the entry is: ask the entry itself.
     struct stat st;
     return statPath(path, false, st) && S_ISLNK(st.st_mode);
 }
 
-int openDescriptor(char const* path, int flags) noexcept
+LockAttempt tryExclusiveLock(int descriptor) noexcept
 {
-    return ::open(path, flags);
+    if (systemCalls().flock(descriptor, LOCK_EX | LOCK_NB) == 0)
+        return LockAttempt::taken;
+    recordFailure("flock", errno, {});
+    return errno == EWOULDBLOCK || errno == EINTR ? LockAttempt::busy : LockAttempt::failed;
 }
 
-bool lockDescriptor(int descriptor, int operation) noexcept
+bool unlockDescriptor(int descriptor) noexcept
 {
-    return ::flock(descriptor, operation) == 0;
+    if (systemCalls().flock(descriptor, LOCK_UN) == 0)
+        return true;
+    recordFailure("flock", errno, {});
+    return false;
 }
 
-void closeDescriptor(int descriptor) noexcept { ::close(descriptor); }
+bool closeObject(int descriptor) noexcept
+{
+    if (systemCalls().close(descriptor) == 0)
+        return true;
+    recordFailure("close", errno, {});
+    return false;
+}
 
 LockFileOpenResult openLockFile(char const* path, LockFileOpening opening, int& descriptor) noexcept
 {
@@ -130,74 +265,56 @@ LockFileOpenResult openLockFile(char const* path, LockFileOpening opening, int& 
         flags = always | O_RDWR | O_CREAT | O_EXCL;
     else if (opening == LockFileOpening::existingForWriting)
         flags = always | O_WRONLY;
-    int const opened = ::open(path, flags, 0666);
+    else if (opening == LockFileOpening::existingForReadingAndWriting)
+        flags = always | O_RDWR;
+    int const opened = systemCalls().open(path, flags, 0666);
     if (opened != -1) {
         descriptor = opened;
         return LockFileOpenResult::opened;
     }
+    recordFailure("open", errno, path);
     if (errno == EEXIST)
         return LockFileOpenResult::alreadyExists;
     return errno == ENOENT ? LockFileOpenResult::absent : LockFileOpenResult::refused;
 }
 
-namespace {
-
-void describe(struct stat const& st, LockFileInformation& information) noexcept
-{
-    information.identity.device = static_cast<std::uint64_t>(st.st_dev);
-    information.identity.inode = static_cast<std::uint64_t>(st.st_ino);
-    information.kind = S_ISREG(st.st_mode) ? LockFileKind::regular
-        : S_ISDIR(st.st_mode)              ? LockFileKind::directory
-                                           : LockFileKind::special;
-    information.size = static_cast<std::int64_t>(st.st_size);
-}
-
-} // namespace
-
-bool describeOpenLockFile(int descriptor, LockFileInformation& information) noexcept
-{
-    struct stat st;
-    if (::fstat(descriptor, &st) != 0)
-        return false;
-    describe(st, information);
-    return true;
-}
-
-bool describeLockFile(char const* path, LockFileInformation& information) noexcept
-{
-    struct stat st;
-    if (!statPath(path, true, st))
-        return false;
-    describe(st, information);
-    return true;
-}
-
 std::FILE* openStream(char const* path, char const* mode) noexcept
 {
-    return std::fopen(path, mode);
+    std::FILE* const stream = systemCalls().fopen(path, mode);
+    if (stream == nullptr)
+        recordFailure("fopen", errno, path);
+    return stream;
 }
 
 WorkingDirectoryResult getWorkingDirectory(char* buffer, std::size_t size) noexcept
 {
-    if (::getcwd(buffer, size) != nullptr)
+    if (systemCalls().getcwd(buffer, size) != nullptr)
         return WorkingDirectoryResult::found;
+    recordFailure("getcwd", errno, {});
     return errno == ERANGE ? WorkingDirectoryResult::bufferTooSmall : WorkingDirectoryResult::failed;
 }
 
 bool changeWorkingDirectory(char const* path) noexcept
 {
-    return ::chdir(path) == 0;
+    if (systemCalls().chdir(path) == 0)
+        return true;
+    recordFailure("chdir", errno, path);
+    return false;
 }
 
 std::int64_t readLinkContents(char const* path, char* buffer, std::size_t size) noexcept
 {
-    return static_cast<std::int64_t>(::readlink(path, buffer, size));
+    ssize_t const count = systemCalls().readlink(path, buffer, size);
+    if (count < 0)
+        recordFailure("readlink", errno, path);
+    return static_cast<std::int64_t>(count);
 }
 
 MakeDirectoryResult makeDirectory(char const* path, std::uint32_t mode) noexcept
 {
-    if (::mkdir(path, static_cast<mode_t>(mode)) == 0)
+    if (systemCalls().mkdir(path, static_cast<mode_t>(mode)) == 0)
         return MakeDirectoryResult::made;
+    recordFailure("mkdir", errno, path);
     return errno == EEXIST ? MakeDirectoryResult::alreadyExists : MakeDirectoryResult::failed;
 }
 

@@ -2,34 +2,66 @@
 #ifndef KELVO_SRC_FILESYSTEM_POSIX_SYSTEM_H
 #define KELVO_SRC_FILESYSTEM_POSIX_SYSTEM_H
 
-#include <dirent.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
-// Every wrapper takes NUL-terminated native path bytes, makes one call and
-// turns the result into a plain value. None of them throws, none looks at
-// errno, and none clears it: it is left as the failing call set it. A call
+// Every wrapper takes NUL-terminated native path bytes, makes one call through
+// the table of SystemCalls.h and turns the result into a plain value. On a
+// failure it writes the calling thread's failure record (the call's name, the
+// reason and the path it was given). None of them throws, and none clears
+// errno: it is left as the failing call set it. A call
 // that a signal interrupts is not retried, so that a caller using a signal as
 // a timeout (on a FIFO that nobody opens, say) gets its failure back.
 namespace kelvo::filesystem::posix {
 
-/// What `getFileInformation` reads of an object, with the system's own
+/// What the status wrappers read of an object, with the system's own
 /// structure and time-field names left behind.
-struct FileInformation {
+struct ObjectInformation {
     std::uint32_t mode = 0;                   ///< the whole `st_mode`: kind bits and access bits
     std::int64_t size = 0;                    ///< `st_size`, in bytes
+    std::uint64_t device = 0;                 ///< `st_dev`: with the inode, what the object is
+    std::uint64_t inode = 0;                  ///< `st_ino`
     std::int64_t modificationSeconds = 0;     ///< whole seconds of the modification time
     std::int64_t modificationNanoseconds = 0; ///< its sub-second part, 0 to 999999999
     std::int64_t accessSeconds = 0;           ///< whole seconds of the access time
     std::int64_t accessNanoseconds = 0;       ///< its sub-second part, 0 to 999999999
 };
 
+/// The kinds of object the library tells apart.
+enum class ObjectKind {
+    directory,
+    symbolicLink,
+    regularFile,
+    characterDevice,
+    fifo,
+    blockDevice,
+    socket,
+    unknown,
+};
+
+/// @returns the kind that the kind field of `mode` names exactly.
+ObjectKind kindOf(std::uint32_t mode) noexcept;
+
+/// @returns the kind the library's statuses report for `mode`: single bits
+/// of the mode, tried in the order directory, symbolic link (only when
+/// `linkItself`, for a status that does not follow links), regular file,
+/// character device, FIFO; `unknown` when none is set. Kept: a socket or a
+/// block device reads as a directory, and a regular file seen without
+/// following links as a link (see docs/odd-behaviours.md, 'File types are
+/// told by single bits').
+ObjectKind classify(std::uint32_t mode, bool linkItself) noexcept;
+
+/// @returns true when the library's classification calls `mode` a directory.
+inline bool isDirectoryMode(std::uint32_t mode) noexcept { return classify(mode, false) == ObjectKind::directory; }
+
+/// @returns the nine access bits of `mode`.
+inline std::uint32_t accessBitsOf(std::uint32_t mode) noexcept { return mode & 0777u; }
+
 /// Reads the status of `path` with `stat` (`follow`) or `lstat`.
 /// @returns true and fills `information` on success; false on any failure,
 /// leaving `information` unspecified.
-bool getFileInformation(char const* path, bool follow, FileInformation& information) noexcept;
+bool getFileInformation(char const* path, bool follow, ObjectInformation& information) noexcept;
 
 /// @returns true when `stat` of `path` succeeds, false otherwise.
 bool canStat(char const* path) noexcept;
@@ -46,45 +78,71 @@ bool setFileTimes(char const* path,
                   std::int64_t accessSeconds, std::int32_t accessMicroseconds,
                   std::int64_t modificationSeconds, std::int32_t modificationMicroseconds) noexcept;
 
-/// Opens the directory `path` for listing with `opendir`.
-/// @returns the stream, or null on failure.
-DIR* openDirectory(char const* path) noexcept;
+/// An open listing of a directory.
+struct DirectoryStream;
 
-/// Reads the next entry of `stream` with `readdir`.
-/// @returns the entry, valid until the next read or the close; null at the end
-/// or on a read error (not told apart).
-dirent* readDirectory(DIR* stream) noexcept;
+/// What a listing reported of an entry's kind, before any status call.
+enum class ListedKind {
+    directory,    ///< a directory
+    link,         ///< a symbolic link
+    directoryBit, ///< a block device or socket: its kind carries the directory bit
+    other,        ///< a regular file, FIFO or character device
+    unknown,      ///< the listing did not say
+};
 
-/// Closes the open `stream` (never null) with `closedir`.
-void closeDirectory(DIR* stream) noexcept;
+/// One entry of a listing.
+struct ListedEntry {
+    char const* name = nullptr; ///< NUL-terminated, valid until the next read or the close
+    std::size_t length = 0;     ///< the name's length in bytes
+    ListedKind kind = ListedKind::unknown;
+};
+
+/// What one `readEntry` gave.
+enum class EntryRead {
+    entry,  ///< `entry` holds the next entry
+    end,    ///< the listing is over
+    failed, ///< the read failed (errno set); the listing cannot go on
+};
+
+/// Reads the next entry of `stream` with `readdir`, skipping "." and "..".
+/// errno is left as it was unless the read failed.
+EntryRead readEntry(DirectoryStream* stream, ListedEntry& entry) noexcept;
+
+/// Closes `stream` (never null) and its descriptor with `closedir`.
+void closeDirectory(DirectoryStream* stream) noexcept;
 
 /// @returns the position of `stream` with `telldir`, for `seekDirectory`;
 /// -1 on failure.
-long tellDirectory(DIR* stream) noexcept;
+long tellDirectory(DirectoryStream* stream) noexcept;
 
 /// Moves `stream` back to a `position` that `tellDirectory` gave, with
 /// `seekdir`, so that the next read yields the entry that followed it.
-void seekDirectory(DIR* stream, long position) noexcept;
+void seekDirectory(DirectoryStream* stream, long position) noexcept;
 
 /// Tells whether the listed `entry`, whose full path is `path`, is itself a
-/// symbolic link: from the type the listing reported when it reported one,
+/// symbolic link: from the kind the listing reported when it reported one,
 /// else from an `lstat` of `path`.
 /// @returns true for a symbolic link; false otherwise, and when `lstat` fails.
-bool isSymbolicLinkEntry(dirent const& entry, char const* path) noexcept;
+bool isSymbolicLinkEntry(ListedEntry const& entry, char const* path) noexcept;
 
-/// Opens `path` with `open` and `flags` (no creation mode is passed, so
-/// `flags` must not ask for creation).
-/// @returns the new descriptor, or -1 on failure.
-int openDescriptor(char const* path, int flags) noexcept;
+/// What one attempt to lock a descriptor without waiting gave.
+enum class LockAttempt {
+    taken, ///< the lock is held now
+    busy,  ///< another holder has it (or a signal interrupted the call): worth trying again
+    failed ///< the system refuses this lock on this descriptor (a file system without it, say)
+};
 
-/// Applies the `flock` `operation` (`LOCK_EX`, `LOCK_UN`, with `LOCK_NB`) to
-/// `descriptor`.
-/// @returns true when `flock` returned 0, false otherwise.
-bool lockDescriptor(int descriptor, int operation) noexcept;
+/// Tries once to take an exclusive `flock` on `descriptor`, without waiting.
+LockAttempt tryExclusiveLock(int descriptor) noexcept;
 
-/// Closes `descriptor` with `close`, once: never retried, since after an
-/// interrupted close the number may already belong to another thread's file.
-void closeDescriptor(int descriptor) noexcept;
+/// Releases the `flock` held on `descriptor`.
+/// @returns true on success, false on failure.
+bool unlockDescriptor(int descriptor) noexcept;
+
+/// Closes `descriptor` with `close`, once (never retried: after an
+/// interrupted close the number may already name another thread's file).
+/// @returns true when `close` returned 0.
+bool closeObject(int descriptor) noexcept;
 
 /// How `openLockFile` opens a lock file. Every way opens without waiting (so
 /// that a FIFO at the path never blocks the open), close-on-exec, and never
@@ -93,6 +151,7 @@ enum class LockFileOpening {
     createNew,          ///< creates it for reading and writing, mode 0666 less the umask; fails when anything is at the path, a dangling link included
     existingForReading, ///< opens what is there, following a final link, for reading
     existingForWriting, ///< opens what is there, following a final link, for writing only, leaving its content as it is
+    existingForReadingAndWriting, ///< opens what is there, following a final link, for reading and writing, leaving its content as it is
 };
 
 /// What one `openLockFile` gave.
@@ -107,43 +166,6 @@ enum class LockFileOpenResult {
 /// @returns `opened` and sets `descriptor` on success; otherwise the reason,
 /// leaving `descriptor` as it was.
 LockFileOpenResult openLockFile(char const* path, LockFileOpening opening, int& descriptor) noexcept;
-
-/// The device and inode numbers that name one object on the system.
-struct FileIdentity {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-};
-
-inline bool operator==(FileIdentity const& left, FileIdentity const& right) noexcept
-{
-    return left.device == right.device && left.inode == right.inode;
-}
-
-inline bool operator!=(FileIdentity const& left, FileIdentity const& right) noexcept { return !(left == right); }
-
-/// What a lock file is, as far as holding a few bytes goes.
-enum class LockFileKind {
-    regular,   ///< a regular file
-    directory, ///< a directory
-    special,   ///< a FIFO, a socket, or a character or block device: reading or writing it may wait for a peer
-};
-
-/// What `describeOpenLockFile` and `describeLockFile` read of a lock file.
-struct LockFileInformation {
-    FileIdentity identity;
-    LockFileKind kind = LockFileKind::regular;
-    std::int64_t size = 0; ///< `st_size`, in bytes
-};
-
-/// Reads the identity, kind and size of the open `descriptor` with `fstat`.
-/// @returns true and fills `information` on success; false on failure.
-bool describeOpenLockFile(int descriptor, LockFileInformation& information) noexcept;
-
-/// Reads the identity, kind and size of `path`, following a final link, with
-/// `stat`.
-/// @returns true and fills `information` on success; false on failure (a
-/// missing file, a link to nothing).
-bool describeLockFile(char const* path, LockFileInformation& information) noexcept;
 
 /// Opens `path` as a C stream with `fopen` and the unchecked `mode`.
 /// @returns the stream, or null on failure.

@@ -1,9 +1,13 @@
-// POSIX wrappers for creation, removal, copy, links and comparison, relative to directory descriptors; generic UNIX code only, the in-kernel copy fenced to Linux.
+// POSIX wrappers for creation, removal, copy, links and comparison, relative to directory descriptors; generic UNIX code only.
 #include "filesystem/posix/Tree.h"
 
-#include <cerrno>
-#include <cstdio>
+#include "filesystem/posix/FailureRecord.h"
+#include "filesystem/posix/SystemCalls.h"
 
+#include <cerrno>
+
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,151 +15,148 @@ namespace kelvo::filesystem::posix {
 
 namespace {
 
-int systemOpenAt(int directory, char const* name, int flags, mode_t mode)
+bool fill(struct stat const& st, ObjectInformation& information) noexcept
 {
-    return ::openat(directory, name, flags, mode);
-}
-
-int systemRemoveObject(char const* path) { return std::remove(path); }
-
-ssize_t systemCopyRange(int from, int to, std::size_t count)
-{
-#if defined(__linux__)
-    return ::copy_file_range(from, nullptr, to, nullptr, count, 0);
-#else
-    (void)from;
-    (void)to;
-    (void)count;
-    errno = ENOSYS;
-    return -1;
-#endif
-}
-
-int systemDuplicate(int descriptor) { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0); }
-
-TreeCalls const kSystemTreeCalls = {
-    systemOpenAt,
-    ::fstatat,
-    ::fstat,
-    ::unlinkat,
-    ::mkdirat,
-    ::rmdir,
-    systemRemoveObject,
-    ::rename,
-    ::symlink,
-    ::read,
-    ::write,
-    ::close,
-    systemCopyRange,
-    ::fdopendir,
-    ::readdir,
-    ::closedir,
-    systemDuplicate,
-    ::rewinddir,
-};
-
-TreeCalls calls = kSystemTreeCalls;
-
-bool fill(int result, struct stat const& st, ObjectInformation& information) noexcept
-{
-    if (result != 0)
-        return false;
-    information.mode = static_cast<std::uint32_t>(st.st_mode);
-    information.size = static_cast<std::int64_t>(st.st_size);
-    information.device = static_cast<std::uint64_t>(st.st_dev);
-    information.inode = static_cast<std::uint64_t>(st.st_ino);
+    fillInformation(st, information);
     return true;
+}
+
+// Records the failure of `call` on `path` and hands back `result`, for the
+// wrappers whose failure value is a plain one.
+template <typename Result>
+Result failed(char const* call, char const* path, Result result) noexcept
+{
+    recordFailure(call, errno, path != nullptr ? std::string_view(path) : std::string_view());
+    return result;
 }
 
 } // namespace
 
-TreeCalls& treeCalls() noexcept { return calls; }
+int const kWorkingDirectory = AT_FDCWD;
 
-TreeCalls const& systemTreeCalls() noexcept { return kSystemTreeCalls; }
+namespace {
 
-int openAt(int directory, char const* name, int flags, std::uint32_t mode) noexcept
+int flagsFor(OpenIntent intent) noexcept
 {
-    return calls.openAt(directory, name, flags | O_CLOEXEC, static_cast<mode_t>(mode));
+    switch (intent) {
+    case OpenIntent::listDirectory:
+        return O_RDONLY | O_DIRECTORY;
+    case OpenIntent::readSource:
+        return O_RDONLY | O_NONBLOCK | O_NOCTTY;
+    case OpenIntent::readSourceWaiting:
+        return O_RDONLY | O_NOCTTY;
+    case OpenIntent::replaceContent:
+        return O_WRONLY | O_CREAT | O_TRUNC;
+    case OpenIntent::createNew:
+        return O_WRONLY | O_CREAT | O_TRUNC | O_EXCL;
+    }
+    return O_RDONLY;
+}
+
+} // namespace
+
+int openAt(int directory, char const* name, OpenIntent intent, bool followLink, std::uint32_t mode) noexcept
+{
+    int const flags = flagsFor(intent) | (followLink ? 0 : O_NOFOLLOW) | O_CLOEXEC;
+    int const descriptor = systemCalls().openat(directory, name, flags, static_cast<mode_t>(mode));
+    return descriptor >= 0 ? descriptor : failed("openat", name, -1);
 }
 
 bool statAt(int directory, char const* name, bool follow, ObjectInformation& information) noexcept
 {
     struct stat st;
-    return fill(calls.statAt(directory, name, &st, follow ? 0 : AT_SYMLINK_NOFOLLOW), st, information);
+    if (systemCalls().fstatat(directory, name, &st, follow ? 0 : AT_SYMLINK_NOFOLLOW) != 0)
+        return failed("fstatat", name, false);
+    return fill(st, information);
 }
 
 bool statDescriptor(int descriptor, ObjectInformation& information) noexcept
 {
     struct stat st;
-    return fill(calls.statDescriptor(descriptor, &st), st, information);
+    if (systemCalls().fstat(descriptor, &st) != 0)
+        return failed("fstat", nullptr, false);
+    return fill(st, information);
 }
 
 bool unlinkAt(int directory, char const* name, bool isDirectory) noexcept
 {
-    return calls.unlinkAt(directory, name, isDirectory ? AT_REMOVEDIR : 0) == 0;
+    if (systemCalls().unlinkat(directory, name, isDirectory ? AT_REMOVEDIR : 0) == 0)
+        return true;
+    return failed("unlinkat", name, false);
 }
 
 bool makeDirectoryAt(int directory, char const* name, std::uint32_t mode) noexcept
 {
-    return calls.makeDirectoryAt(directory, name, static_cast<mode_t>(mode)) == 0;
+    if (systemCalls().mkdirat(directory, name, static_cast<mode_t>(mode)) == 0)
+        return true;
+    return failed("mkdirat", name, false);
 }
 
-bool removeDirectory(char const* path) noexcept { return calls.removeDirectory(path) == 0; }
+bool removeDirectory(char const* path) noexcept
+{
+    return systemCalls().rmdir(path) == 0 || failed("rmdir", path, false);
+}
 
-bool removeObject(char const* path) noexcept { return calls.removeObject(path) == 0; }
+bool removeObject(char const* path) noexcept
+{
+    return systemCalls().remove(path) == 0 || failed("remove", path, false);
+}
 
-bool renameObject(char const* from, char const* to) noexcept { return calls.rename(from, to) == 0; }
+bool renameObject(char const* from, char const* to) noexcept
+{
+    return systemCalls().rename(from, to) == 0 || failed("rename", from, false);
+}
 
-bool makeSymbolicLink(char const* target, char const* link) noexcept { return calls.symbolicLink(target, link) == 0; }
+bool makeSymbolicLink(char const* target, char const* link) noexcept
+{
+    return systemCalls().symlink(target, link) == 0 || failed("symlink", link, false);
+}
 
 long readSome(int descriptor, void* buffer, std::size_t count) noexcept
 {
-    return static_cast<long>(calls.read(descriptor, buffer, count));
+    ssize_t const result = systemCalls().read(descriptor, buffer, count);
+    return result >= 0 ? static_cast<long>(result) : failed("read", nullptr, -1L);
 }
 
 long writeSome(int descriptor, void const* buffer, std::size_t count) noexcept
 {
-    return static_cast<long>(calls.write(descriptor, buffer, count));
+    ssize_t const result = systemCalls().write(descriptor, buffer, count);
+    return result >= 0 ? static_cast<long>(result) : failed("write", nullptr, -1L);
 }
-
-bool closeObject(int descriptor) noexcept { return calls.close(descriptor) == 0; }
 
 long copyRange(int from, int to, std::size_t count) noexcept
 {
-    return static_cast<long>(calls.copyRange(from, to, count));
+    ssize_t const result = systemCalls().copyFileRange(from, to, count);
+    return result >= 0 ? static_cast<long>(result) : failed("copy_file_range", nullptr, -1L);
 }
 
-DIR* openDirectoryStream(int descriptor) noexcept
+DirectoryStream* openDirectoryStream(int descriptor) noexcept
 {
-    DIR* stream = calls.openDirectoryStream(descriptor);
+    DIR* const stream = systemCalls().fdopendir(descriptor);
     if (stream == nullptr) {
+        recordFailure("fdopendir", errno, {});
         int const saved = errno;
-        calls.close(descriptor);
+        closeObject(descriptor);
         errno = saved;
     }
-    return stream;
+    return wrapStream(stream);
 }
 
-dirent* readDirectoryStream(DIR* stream) noexcept { return calls.readDirectory(stream); }
-
-dirent* readDirectoryStream(DIR* stream, bool& failed) noexcept
+int duplicateDescriptor(int descriptor) noexcept
 {
-    // readdir says nothing of the difference but through errno: cleared
-    // before the call, and put back when the call did not fail.
-    int const saved = errno;
-    errno = 0;
-    dirent* entry = calls.readDirectory(stream);
-    if (entry == nullptr && errno != 0)
-        failed = true;
-    else
-        errno = saved;
-    return entry;
+    int const duplicate = systemCalls().duplicate(descriptor);
+    return duplicate >= 0 ? duplicate : failed("fcntl", nullptr, -1);
 }
 
-int duplicateDescriptor(int descriptor) noexcept { return calls.duplicate(descriptor); }
+DirectoryStream* openDirectory(char const* path) noexcept
+{
+    int const descriptor = openAt(kWorkingDirectory, path, OpenIntent::listDirectory, true);
+    return descriptor >= 0 ? openDirectoryStream(descriptor) : nullptr;
+}
 
-void rewindDirectoryStream(DIR* stream) noexcept { calls.rewindDirectory(stream); }
-
-void closeDirectoryStream(DIR* stream) noexcept { calls.closeDirectoryStream(stream); }
+void rewindDirectoryStream(DirectoryStream* stream) noexcept
+{
+    systemCalls().rewinddir(reinterpret_cast<DIR*>(stream));
+}
 
 } // namespace kelvo::filesystem::posix

@@ -1,10 +1,8 @@
-// The operating-system calls behind directory creation, removal, copy, move, links and comparison: thin POSIX wrappers working relative to directory descriptors, reached through one replaceable table.
+// The operating-system calls behind directory creation, removal, copy, move, links and comparison: thin POSIX wrappers working relative to directory descriptors.
 #ifndef KELVO_SRC_FILESYSTEM_POSIX_TREE_H
 #define KELVO_SRC_FILESYSTEM_POSIX_TREE_H
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/types.h>
+#include "filesystem/posix/System.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,51 +13,22 @@
 namespace kelvo::filesystem::posix {
 
 /// The descriptor that stands for the working directory in the `...At` calls.
-inline constexpr int kWorkingDirectory = AT_FDCWD;
+extern int const kWorkingDirectory;
 
-/// The system calls the wrappers below make, one pointer each. The library
-/// only reads the table; a test may put its own function in place of one (a
-/// read that fails half-way, a write that runs out of space) and must put the
-/// real one back. Every entry starts as the system's own call.
-struct TreeCalls {
-    int (*openAt)(int directory, char const* name, int flags, mode_t mode);
-    int (*statAt)(int directory, char const* name, struct stat* information, int flags);
-    int (*statDescriptor)(int descriptor, struct stat* information);
-    int (*unlinkAt)(int directory, char const* name, int flags);
-    int (*makeDirectoryAt)(int directory, char const* name, mode_t mode);
-    int (*removeDirectory)(char const* path);
-    int (*removeObject)(char const* path);
-    int (*rename)(char const* from, char const* to);
-    int (*symbolicLink)(char const* target, char const* link);
-    ssize_t (*read)(int descriptor, void* buffer, std::size_t count);
-    ssize_t (*write)(int descriptor, void const* buffer, std::size_t count);
-    int (*close)(int descriptor);
-    ssize_t (*copyRange)(int from, int to, std::size_t count);
-    DIR* (*openDirectoryStream)(int descriptor);
-    dirent* (*readDirectory)(DIR* stream);
-    int (*closeDirectoryStream)(DIR* stream);
-    int (*duplicate)(int descriptor);
-    void (*rewindDirectory)(DIR* stream);
+/// What an object is opened for by `openAt`.
+enum class OpenIntent {
+    listDirectory,   ///< reading, and only when it is a directory
+    readSource,      ///< reading, without waiting for a FIFO's writer or a device, never taking a terminal as the controlling one
+    readSourceWaiting, ///< as `readSource`, but waiting where the system makes an open wait (a file under a lease)
+    replaceContent,  ///< writing only, created with the given mode when missing, emptied when present
+    createNew,       ///< writing only, created with the given mode; fails when anything is at the name
 };
 
-/// @returns the table every wrapper of this file calls through.
-TreeCalls& treeCalls() noexcept;
-
-/// @returns a table holding the system's own calls, to restore from.
-TreeCalls const& systemTreeCalls() noexcept;
-
-/// What the wrappers read of an object's status.
-struct ObjectInformation {
-    std::uint32_t mode = 0;   ///< the whole `st_mode`
-    std::int64_t size = 0;    ///< `st_size`, in bytes
-    std::uint64_t device = 0; ///< `st_dev`: with the inode, what the object is
-    std::uint64_t inode = 0;  ///< `st_ino`
-};
-
-/// Opens `name` relative to the descriptor `directory` with `openat`, `flags`
-/// (close-on-exec added) and the creation `mode`.
+/// Opens `name` relative to the descriptor `directory` with `openat` for
+/// `intent`, following a final link only when `followLink` is true,
+/// close-on-exec, with the creation `mode` where the intent creates.
 /// @returns the new descriptor, or -1 on failure.
-int openAt(int directory, char const* name, int flags, std::uint32_t mode = 0) noexcept;
+int openAt(int directory, char const* name, OpenIntent intent, bool followLink, std::uint32_t mode = 0) noexcept;
 
 /// Reads the status of `name` relative to `directory` with `fstatat`,
 /// following a final link when `follow` is true.
@@ -104,11 +73,6 @@ long readSome(int descriptor, void* buffer, std::size_t count) noexcept;
 /// @returns the count written, or -1 on failure.
 long writeSome(int descriptor, void const* buffer, std::size_t count) noexcept;
 
-/// Closes `descriptor` with `close`, once (never retried: after an
-/// interrupted close the number may already name another thread's file).
-/// @returns true when `close` returned 0.
-bool closeObject(int descriptor) noexcept;
-
 /// Copies up to `count` bytes from the current offset of `from` to that of
 /// `to` inside the kernel with `copy_file_range`, where the system has it.
 /// @returns the count copied, 0 at the end of `from`, -1 on failure or where
@@ -119,29 +83,22 @@ long copyRange(int from, int to, std::size_t count) noexcept;
 /// stream owns the descriptor from then on. On failure the descriptor is
 /// closed here, so that it is owned by exactly one party either way.
 /// @returns the stream, or null on failure.
-DIR* openDirectoryStream(int descriptor) noexcept;
+DirectoryStream* openDirectoryStream(int descriptor) noexcept;
 
-/// Reads the next entry of `stream` with `readdir`.
-/// @returns the entry, valid until the next read; null at the end or on error.
-dirent* readDirectoryStream(DIR* stream) noexcept;
-
-/// Reads the next entry of `stream` with `readdir`, telling the end of the
-/// listing from a failed read: `failed` is set to true on a failure and left
-/// alone otherwise. errno keeps the failure's value, or the value it had.
-/// @returns the entry, valid until the next read; null at the end or on error.
-dirent* readDirectoryStream(DIR* stream, bool& failed) noexcept;
+/// Opens the directory `path` (following a final link) for listing, as the
+/// walks open theirs: `openat` for `OpenIntent::listDirectory`, then
+/// `fdopendir`.
+/// @returns the stream, or null on failure.
+DirectoryStream* openDirectory(char const* path) noexcept;
 
 /// Moves `stream` back to the first entry with `rewinddir`: a stream made
 /// from a duplicated descriptor starts where the original's position was.
-void rewindDirectoryStream(DIR* stream) noexcept;
+void rewindDirectoryStream(DirectoryStream* stream) noexcept;
 
 /// Makes a second descriptor for what `descriptor` names with `dup`
 /// (close-on-exec).
 /// @returns the new descriptor, or -1 on failure.
 int duplicateDescriptor(int descriptor) noexcept;
-
-/// Closes `stream` (never null) and its descriptor with `closedir`.
-void closeDirectoryStream(DIR* stream) noexcept;
 
 } // namespace kelvo::filesystem::posix
 

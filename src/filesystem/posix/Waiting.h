@@ -1,25 +1,10 @@
-// The operating-system call behind reading objects that need not end or answer at once (FIFOs, devices): a bounded wait for input, reached through a replaceable table.
+// The operating-system call behind reading objects that need not end or answer at once (FIFOs, devices): a bounded wait for input.
 #ifndef KELVO_SRC_FILESYSTEM_POSIX_WAITING_H
 #define KELVO_SRC_FILESYSTEM_POSIX_WAITING_H
 
 // As with the other wrappers: one call, a plain value out; errno is left as
 // the failing call set it, and nothing is retried.
 namespace kelvo::filesystem::posix {
-
-/// The system calls the wrappers below make, one pointer each. The library
-/// only reads the table; a test may put its own function in place of one and
-/// must put the real one back.
-struct WaitingCalls {
-    /// `poll` of `descriptor` alone for input, for at most `milliseconds`:
-    /// >0 when it is readable (or hung up), 0 when the time ran out, -1 on failure.
-    int (*waitForInput)(int descriptor, int milliseconds);
-};
-
-/// @returns the table every wrapper of this file calls through.
-WaitingCalls& waitingCalls() noexcept;
-
-/// @returns a table holding the system's own calls, to restore from.
-WaitingCalls const& systemWaitingCalls() noexcept;
 
 /// What `waitForInput` saw.
 enum class InputWait {

@@ -1,10 +1,12 @@
-// Directory listing: DirectoryEntry, DirectoryIterator over a shared directory stream, and forEach.
+// Directory listing: DirectoryEntry, DirectoryIterator over a shared directory stream read by the walks' listing engine, and forEach.
 #include <kelvo/filesystem/DirectoryIterator.h>
 
 #include <kelvo/filesystem/Operations.h>
 
 #include "filesystem/path/PathInternal.h"
+#include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
+#include "filesystem/posix/Tree.h"
 
 #include <string>
 #include <utility>
@@ -18,12 +20,7 @@ namespace {
 void DirStreamCloser(void* stream)
 {
     if (stream != nullptr)
-        posix::closeDirectory(static_cast<DIR*>(stream));
-}
-
-bool isDotOrDotDot(char const* name) noexcept
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+        posix::closeDirectory(static_cast<posix::DirectoryStream*>(stream));
 }
 
 } // namespace
@@ -85,7 +82,7 @@ DirectoryIterator::DirectoryIterator() : streamOwner(nullptr, DirStreamCloser) {
 DirectoryIterator::DirectoryIterator(Path const& directory)
     : directoryPath(directory), streamOwner(nullptr, DirStreamCloser)
 {
-    DIR* opened = posix::openDirectory(PathNativeAccess::cString(directoryPath));
+    posix::DirectoryStream* opened = posix::openDirectory(PathNativeAccess::cString(directoryPath));
     streamOwner = std::shared_ptr<void>(opened, DirStreamCloser);
     stream = opened;
     if (opened != nullptr)
@@ -101,14 +98,13 @@ DirectoryIterator& DirectoryIterator::operator++()
     // The position before the entry read, so that an entry whose path cannot
     // be built (out of memory) is read again by the next step rather than
     // lost.
-    long position = posix::tellDirectory(static_cast<DIR*>(stream));
-    dirent* entry = posix::readDirectory(static_cast<DIR*>(stream));
-    while (entry != nullptr && isDotOrDotDot(entry->d_name)) {
-        position = posix::tellDirectory(static_cast<DIR*>(stream));
-        entry = posix::readDirectory(static_cast<DIR*>(stream));
-    }
-
-    if (entry == nullptr) {
+    auto* const listing = static_cast<posix::DirectoryStream*>(stream);
+    long const position = posix::tellDirectory(listing);
+    posix::ListedEntry entry;
+    posix::EntryRead const read = posix::readEntry(listing, entry);
+    if (read == posix::EntryRead::failed)
+        posix::setFailurePath(PathNativeAccess::cString(directoryPath));
+    if (read != posix::EntryRead::entry) {
         // The end, or a read error: either way the listing is over. The
         // stream closes here unless another copy still shares it.
         streamOwner = std::shared_ptr<void>(nullptr, DirStreamCloser);
@@ -124,16 +120,16 @@ DirectoryIterator& DirectoryIterator::operator++()
     FileStatus entryStatus;
     FileStatus entrySymlinkStatus;
     try {
-        fullPath = directoryPath / Path(static_cast<char const*>(entry->d_name));
+        fullPath = directoryPath / Path(entry.name);
         entryStatus = status(fullPath);
-        entrySymlinkStatus = posix::isSymbolicLinkEntry(*entry, PathNativeAccess::cString(fullPath))
+        entrySymlinkStatus = posix::isSymbolicLinkEntry(entry, PathNativeAccess::cString(fullPath))
             ? symbolicLinkStatus(fullPath)
             : entryStatus;
     } catch (...) {
         // Out of memory: the iterator stays on its current entry and the
         // stream goes back before the one that failed, for the next step.
         if (position != -1)
-            posix::seekDirectory(static_cast<DIR*>(stream), position);
+            posix::seekDirectory(listing, position);
         throw;
     }
     // The entry takes the path over with its native form, which every

@@ -10,46 +10,40 @@ namespace kelvo::filesystem {
 
 namespace {
 
-constexpr std::uint32_t kDirectoryBit = 040000;
-constexpr std::uint32_t kSymbolicLinkBits = 0120000;
-constexpr std::uint32_t kRegularFileBit = 0100000;
-constexpr std::uint32_t kCharacterDeviceBit = 020000;
-constexpr std::uint32_t kFifoBit = 010000;
-constexpr std::uint32_t kBlockDeviceBits = 060000;
-constexpr std::uint32_t kAccessBits = 0777;
 constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
 
-// The kinds are told by single bits of the mode, tried in this order, rather
-// than by the whole kind field. Kept: a socket reads as a directory and a
-// regular file seen without following links as a link (see
-// docs/odd-behaviours.md, 'File types are told by single bits').
-FileType classify(std::uint32_t mode, bool useLstat) noexcept
+// The library's file type for a kind its statuses report.
+FileType typeOf(posix::ObjectKind kind) noexcept
 {
-    if ((mode & kDirectoryBit) != 0)
+    switch (kind) {
+    case posix::ObjectKind::directory:
         return FileType::directory;
-    if ((mode & kSymbolicLinkBits) != 0 && useLstat)
+    case posix::ObjectKind::symbolicLink:
         return FileType::symbolicLink;
-    if ((mode & kRegularFileBit) != 0)
+    case posix::ObjectKind::regularFile:
         return FileType::regularFile;
-    if ((mode & kCharacterDeviceBit) != 0)
+    case posix::ObjectKind::characterDevice:
         return FileType::characterDevice;
-    if ((mode & kFifoBit) != 0)
+    case posix::ObjectKind::fifo:
         return FileType::fifo;
-    if ((mode & kBlockDeviceBits) != 0)
+    case posix::ObjectKind::blockDevice:
         return FileType::blockDevice;
+    case posix::ObjectKind::socket:
+    case posix::ObjectKind::unknown:
+        break;
+    }
     return FileType::unknown;
 }
 
-// The one routine behind `status` and `symbolicLinkStatus`. The last flag is
-// part of the routine's long-standing signature and is not read.
-FileStatus statusSupport(Path const& path, bool useLstat, bool /*unused*/ = false)
+// The one routine behind `status` and `symbolicLinkStatus`.
+FileStatus statusSupport(Path const& path, bool useLstat)
 {
     FileStatus result(FileType::none, Permissions::unknownPermissions);
-    posix::FileInformation information;
+    posix::ObjectInformation information;
     if (!posix::getFileInformation(PathNativeAccess::cString(path), !useLstat, information))
         return result;
-    result.setType(classify(information.mode, useLstat));
-    result.setPermissions(static_cast<Permissions>(information.mode & kAccessBits));
+    result.setType(typeOf(posix::classify(information.mode, useLstat)));
+    result.setPermissions(static_cast<Permissions>(posix::accessBitsOf(information.mode)));
     return result;
 }
 
@@ -68,12 +62,12 @@ bool setPermissions(Path const& path, Permissions permissions)
     char const* const native = PathNativeAccess::cStringForChange(path);
     if (native == nullptr)
         return false;
-    return posix::changeMode(native, static_cast<std::uint32_t>(permissions) & kAccessBits);
+    return posix::changeMode(native, posix::accessBitsOf(static_cast<std::uint32_t>(permissions)));
 }
 
 std::int64_t fileSize(Path const& path)
 {
-    posix::FileInformation information;
+    posix::ObjectInformation information;
     if (!posix::getFileInformation(PathNativeAccess::cString(path), true, information))
         return -1;
     return information.size;
@@ -81,7 +75,7 @@ std::int64_t fileSize(Path const& path)
 
 FileTime getModificationTime(Path const& path)
 {
-    posix::FileInformation information;
+    posix::ObjectInformation information;
     if (!posix::getFileInformation(PathNativeAccess::cString(path), true, information))
         return FileTime();
     // Computed in unsigned arithmetic: a time too far from the epoch for 64-bit
@@ -97,7 +91,7 @@ bool setModificationTime(Path const& path, FileTime const& time)
     char const* const native = PathNativeAccess::cStringForChange(path);
     if (native == nullptr)
         return false;
-    posix::FileInformation information;
+    posix::ObjectInformation information;
     if (!posix::getFileInformation(native, true, information))
         return false;
 
