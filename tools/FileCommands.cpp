@@ -115,6 +115,12 @@ bool isReading(std::string const& call)
     return call == "read" || call == "pread" || call == "pread64" || call == "readv" || call == "preadv";
 }
 
+/// @returns true for a call that removes a directory entry.
+bool isRemoving(std::string const& call)
+{
+    return call == "unlink" || call == "unlinkat" || call == "rmdir";
+}
+
 /// @returns true for a call that writes to an open file.
 bool isWriting(std::string const& call)
 {
@@ -356,13 +362,25 @@ int runMove(Invocation const& invocation)
     startRecording();
     if (fs::symbolicLinkStatus(from).getType() == FileType::none)
         return reportFailure(invocation, "move", operands[0], "it does not exist");
+    bool const destinationExisted = fs::symbolicLinkStatus(to).getType() != FileType::none;
     startRecording();
     if (fs::move(from, to))
         return kExitSuccess;
     Failure const failed = recordedFailure();
-    // Across file systems the rename fails and a copy follows; when nothing
-    // failed after the rename, the copy refused an existing destination.
-    if (failed && failed.error == std::errc::cross_device_link)
+    // Across file systems the rename fails and a copy follows. When the copy
+    // made the destination and the source could not be removed after it
+    // (a socket is copied as an empty directory and cannot be removed as
+    // one), both are left: the message tells so.
+    bool const sourceRemains = fs::symbolicLinkStatus(from).getType() != FileType::none;
+    bool const destinationMade = !destinationExisted && fs::symbolicLinkStatus(to).getType() != FileType::none;
+    if (failed && isRemoving(failed.call) && !failed.path.empty()
+        && isWithin(failed.path.nativeString(), from.nativeString()) && sourceRemains && destinationMade)
+        return failure(invocation, "cannot remove " + quoteName(failed.path.nativeString()) + " after copying "
+                                       + quoteName(operands[0]) + " to " + quoteName(operands[1]) + ": "
+                                       + failed.error.message() + " (both are kept)");
+    // When nothing failed after the rename, the copy refused a destination
+    // that was there before.
+    if (failed && failed.error == std::errc::cross_device_link && destinationExisted)
         return failure(invocation, "cannot move to " + quoteName(operands[1])
                                        + ": it exists on another file system, where it is never overwritten");
     return failure(invocation, transferFailureText("move", failed, operands[0], operands[1],
