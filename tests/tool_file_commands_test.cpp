@@ -147,7 +147,7 @@ TEST_F(ToolFileCommands, MkdirMakesOneLevelAndWithPTheChain)
 
     ToolRun const missing = run({"mkdir", "x/y/z"});
     EXPECT_EQ(missing.exitStatus, 1);
-    EXPECT_TRUE(contains(missing.err, "the parent directory does not exist (use -p)")) << missing.err;
+    EXPECT_EQ(missing.err, "kelvo-fs mkdir: cannot make directory 'x/y/z': No such file or directory\n");
     EXPECT_FALSE(isPresentOnDisk(work("x")));
 
     ToolRun const chain = run({"mkdir", "-p", "x/y/z", "p/q"});
@@ -215,21 +215,25 @@ TEST_F(ToolFileCommands, RmRemovesFilesAndWithRTreesAndSaysWhyItRefuses)
 
     ToolRun const notEmpty = run({"rm", "full"});
     EXPECT_EQ(notEmpty.exitStatus, 1);
-    EXPECT_TRUE(contains(notEmpty.err, "use -r")) << notEmpty.err;
+    EXPECT_EQ(notEmpty.err, "kelvo-fs rm: cannot remove 'full': Directory not empty\n");
     EXPECT_TRUE(isDirectoryOnDisk(work("full")));
 
+    // A link to a directory goes to rmdir, which refuses what is no directory.
     ToolRun const link = run({"rm", "-r", "toDir"});
     EXPECT_EQ(link.exitStatus, 1);
-    EXPECT_TRUE(contains(link.err, "link to a directory")) << link.err;
+    EXPECT_EQ(link.err, "kelvo-fs rm: cannot remove 'toDir': Not a directory\n");
     EXPECT_TRUE(isLinkOnDisk(work("toDir")));
 
+    // Through its link a dangling link names nothing, and is kept.
     ToolRun const dangling = run({"rm", "dangling"});
     EXPECT_EQ(dangling.exitStatus, 1);
-    EXPECT_TRUE(contains(dangling.err, "dangling link")) << dangling.err;
+    EXPECT_EQ(dangling.err, "kelvo-fs rm: cannot remove 'dangling': No such file or directory\n");
+    EXPECT_TRUE(isLinkOnDisk(work("dangling")));
 
-    ToolRun const missing = run({"rm", "missing"});
+    ToolRun const missing = run({"rm", "missing", "f"});
     EXPECT_EQ(missing.exitStatus, 1);
-    EXPECT_TRUE(contains(missing.err, "no such file or directory")) << missing.err;
+    EXPECT_EQ(missing.err, "kelvo-fs rm: cannot remove 'missing': No such file or directory\n"
+                           "kelvo-fs rm: cannot remove 'f': No such file or directory\n");
 
     EXPECT_EQ(run({"rm", "-r", "full"}).exitStatus, 0);
     EXPECT_FALSE(isPresentOnDisk(work("full")));
@@ -243,7 +247,7 @@ TEST_F(ToolFileCommands, RmOfATreeWithALinkToADirectoryStopsAndSaysWhy)
     ASSERT_EQ(::symlink(work("target").c_str(), work("tree/link").c_str()), 0);
     ToolRun const stopped = run({"rm", "-r", "tree"});
     EXPECT_EQ(stopped.exitStatus, 1);
-    EXPECT_TRUE(contains(stopped.err, "a link to a directory or a dangling link stops it")) << stopped.err;
+    EXPECT_EQ(stopped.err, "kelvo-fs rm: cannot remove 'tree/link': Not a directory\n");
     EXPECT_TRUE(isLinkOnDisk(work("tree/link")));
     EXPECT_TRUE(isDirectoryOnDisk(work("target")));
 }
@@ -257,7 +261,7 @@ TEST_F(ToolFileCommands, RmMatchingRemovesMatchingNamesAndWithRSubtrees)
     makeFile("d/cache.tmp/x", "");
     ToolRun const plain = run({"rm-matching", "d", "*.tmp"});
     EXPECT_EQ(plain.exitStatus, 1);
-    EXPECT_TRUE(contains(plain.err, "needs -r")) << plain.err;
+    EXPECT_EQ(plain.err, "kelvo-fs rm-matching: cannot remove 'd/cache.tmp': Directory not empty\n");
     ToolRun const recursive = run({"rm-matching", "-r", "d", "*.tmp"});
     EXPECT_EQ(recursive.exitStatus, 0) << recursive.err;
     EXPECT_EQ(namesIn(work("d")), std::vector<std::string>{"b.txt"});
@@ -265,13 +269,16 @@ TEST_F(ToolFileCommands, RmMatchingRemovesMatchingNamesAndWithRSubtrees)
     makeDirectory("empty");
     ToolRun const empty = run({"rm-matching", "empty", "*"});
     EXPECT_EQ(empty.exitStatus, 1);
-    EXPECT_TRUE(contains(empty.err, "is empty")) << empty.err;
+    EXPECT_EQ(empty.err, "kelvo-fs rm-matching: nothing to remove: 'empty' is empty\n");
     ToolRun const missing = run({"rm-matching", "missing", "*"});
     EXPECT_EQ(missing.exitStatus, 1);
-    EXPECT_TRUE(contains(missing.err, "missing or not a directory")) << missing.err;
+    EXPECT_EQ(missing.err, "kelvo-fs rm-matching: cannot list 'missing': No such file or directory\n");
+    ToolRun const file = run({"rm-matching", "d/b.txt", "*"});
+    EXPECT_EQ(file.exitStatus, 1);
+    EXPECT_EQ(file.err, "kelvo-fs rm-matching: cannot list 'd/b.txt': Not a directory\n");
     ToolRun const invalid = run({"rm-matching", "d", "[x"});
     EXPECT_EQ(invalid.exitStatus, 2);
-    EXPECT_TRUE(contains(invalid.err, "is not valid")) << invalid.err;
+    EXPECT_EQ(linesOf(invalid.err).at(0), "kelvo-fs rm-matching: the pattern '[x' is not valid");
     EXPECT_EQ(namesIn(work("d")), std::vector<std::string>{"b.txt"});
 }
 
@@ -284,7 +291,7 @@ TEST_F(ToolFileCommands, CpCopiesFilesRefusesAnExistingDestinationUnlessOverwrit
 
     ToolRun const refused = run({"cp", "from", "existing"});
     EXPECT_EQ(refused.exitStatus, 1);
-    EXPECT_TRUE(contains(refused.err, "the destination exists (use --overwrite)")) << refused.err;
+    EXPECT_EQ(refused.err, "kelvo-fs cp: cannot copy to 'existing': it exists (use --overwrite)\n");
     EXPECT_EQ(readWholeFile(work("existing")), "old");
 
     EXPECT_EQ(run({"cp", "--overwrite", "from", "existing"}).exitStatus, 0);
@@ -292,7 +299,10 @@ TEST_F(ToolFileCommands, CpCopiesFilesRefusesAnExistingDestinationUnlessOverwrit
 
     ToolRun const missing = run({"cp", "missing", "x"});
     EXPECT_EQ(missing.exitStatus, 1);
-    EXPECT_TRUE(contains(missing.err, "the source does not exist")) << missing.err;
+    EXPECT_EQ(missing.err, "kelvo-fs cp: cannot copy 'missing': No such file or directory\n");
+    ToolRun const noDirectory = run({"cp", "from", "nowhere/to"});
+    EXPECT_EQ(noDirectory.exitStatus, 1);
+    EXPECT_EQ(noDirectory.err, "kelvo-fs cp: cannot copy to 'nowhere/to': No such file or directory\n");
 }
 
 TEST_F(ToolFileCommands, CpWithRCopiesATreeButNeverIntoAnExistingDirectory)
@@ -303,12 +313,13 @@ TEST_F(ToolFileCommands, CpWithRCopiesATreeButNeverIntoAnExistingDirectory)
     makeDirectory("existing");
     ToolRun const noR = run({"cp", "src", "dst"});
     EXPECT_EQ(noR.exitStatus, 1);
-    EXPECT_TRUE(contains(noR.err, "the source is a directory (use -r)")) << noR.err;
+    EXPECT_EQ(noR.err, "kelvo-fs cp: cannot copy 'src': it is a directory (use -r)\n");
     EXPECT_EQ(run({"cp", "-r", "src", "dst"}).exitStatus, 0);
     EXPECT_EQ(describeTree(work("dst")), describeTree(work("src")));
     ToolRun const into = run({"cp", "-r", "src", "existing"});
     EXPECT_EQ(into.exitStatus, 1);
-    EXPECT_TRUE(contains(into.err, "never copied into an existing one")) << into.err;
+    EXPECT_EQ(into.err,
+              "kelvo-fs cp: cannot copy to 'existing': it exists, and a directory is never copied into an existing one\n");
     EXPECT_TRUE(namesIn(work("existing")).empty());
 }
 
@@ -320,8 +331,57 @@ TEST_F(ToolFileCommands, MvRenamesAndReportsAMissingSource)
     EXPECT_EQ(readWholeFile(work("b")), "a");
     ToolRun const missing = run({"mv", "a", "c"});
     EXPECT_EQ(missing.exitStatus, 1);
-    EXPECT_TRUE(contains(missing.err, "the source does not exist")) << missing.err;
+    EXPECT_EQ(missing.err, "kelvo-fs mv: cannot move 'a': No such file or directory\n");
     EXPECT_EQ(run({"mv", "a"}).exitStatus, 2);
+}
+
+TEST_F(ToolFileCommands, MvOfASocketAcrossFileSystemsSaysBothAreKept)
+{
+    // Across file systems a socket is copied as an empty directory, which
+    // the move then cannot remove the socket as: both stay, and the message
+    // says that, not that the destination was there before.
+    char shared[] = "/dev/shm/kelvo-tool-move-XXXXXX";
+    if (::mkdtemp(shared) == nullptr)
+        GTEST_SKIP() << "needs /dev/shm";
+    std::string const area = shared;
+    struct Cleanup {
+        std::string where;
+        ~Cleanup() { removeTree(where); }
+    } const cleanup{area};
+    struct stat source;
+    struct stat destination;
+    ASSERT_EQ(::stat(area.c_str(), &source), 0);
+    ASSERT_EQ(::stat(at("work").c_str(), &destination), 0);
+    if (source.st_dev == destination.st_dev)
+        GTEST_SKIP() << "needs /dev/shm on another file system than the scratch directory";
+    std::string const socketPath = area + "/sock";
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+    socketPath.copy(address.sun_path, socketPath.size());
+    int const fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+    ::close(fd);
+    ToolRun const move = run({"mv", socketPath, "moved"});
+    EXPECT_EQ(move.exitStatus, 1);
+    EXPECT_EQ(move.out, "");
+    EXPECT_EQ(move.err, "kelvo-fs mv: cannot remove '" + socketPath + "' after copying '" + socketPath
+                            + "' to 'moved': Not a directory (both are kept)\n");
+    struct stat left;
+    ASSERT_EQ(::lstat(socketPath.c_str(), &left), 0);
+    EXPECT_TRUE(S_ISSOCK(left.st_mode));
+    EXPECT_TRUE(isDirectoryOnDisk(work("moved")));
+    // A destination that was there before is still refused as one.
+    makeFile("there", "t");
+    std::string const fileInShared = area + "/file";
+    ASSERT_TRUE(writeWholeFile(fileInShared, "f"));
+    ToolRun const onto = run({"mv", fileInShared, "there"});
+    EXPECT_EQ(onto.exitStatus, 1);
+    EXPECT_EQ(onto.err, "kelvo-fs mv: cannot move to 'there': it exists on another file system, where it is "
+                        "never overwritten\n");
+    EXPECT_EQ(readWholeFile(work("there")), "t");
+    EXPECT_EQ(readWholeFile(fileInShared), "f");
 }
 
 TEST_F(ToolFileCommands, LnMakesSymbolicLinksOnly)
@@ -330,10 +390,10 @@ TEST_F(ToolFileCommands, LnMakesSymbolicLinksOnly)
     EXPECT_EQ(linkContents(work("link")), "some/target");
     ToolRun const again = run({"ln", "-s", "other", "link"});
     EXPECT_EQ(again.exitStatus, 1);
-    EXPECT_TRUE(contains(again.err, "something exists there already")) << again.err;
+    EXPECT_EQ(again.err, "kelvo-fs ln: cannot make link 'link': File exists\n");
     ToolRun const hard = run({"ln", "target", "hard"});
     EXPECT_EQ(hard.exitStatus, 2);
-    EXPECT_TRUE(contains(hard.err, "give -s")) << hard.err;
+    EXPECT_EQ(linesOf(hard.err).at(0), "kelvo-fs ln: only symbolic links are made: give -s");
 }
 
 TEST_F(ToolFileCommands, CmpAnswersSameDifferentOrTrouble)
@@ -344,14 +404,16 @@ TEST_F(ToolFileCommands, CmpAnswersSameDifferentOrTrouble)
     makeDirectory("d");
     ToolRun const same = run({"cmp", "a", "b"});
     EXPECT_EQ(same.exitStatus, 0);
-    EXPECT_TRUE(contains(same.out, "are the same")) << same.out;
-    EXPECT_EQ(run({"cmp", "a", "c"}).exitStatus, 1);
+    EXPECT_EQ(same.out, "'a' and 'b' are the same\n");
+    ToolRun const different = run({"cmp", "a", "c"});
+    EXPECT_EQ(different.exitStatus, 1);
+    EXPECT_EQ(different.out, "'a' differs from 'c'\n");
     ToolRun const missing = run({"cmp", "a", "missing"});
     EXPECT_EQ(missing.exitStatus, 2);
-    EXPECT_TRUE(contains(missing.err, "no such file or directory")) << missing.err;
+    EXPECT_EQ(missing.err, "kelvo-fs cmp: cannot access 'missing': No such file or directory\n");
     ToolRun const directory = run({"cmp", "a", "d"});
     EXPECT_EQ(directory.exitStatus, 2);
-    EXPECT_TRUE(contains(directory.err, "is a directory")) << directory.err;
+    EXPECT_EQ(directory.err, "kelvo-fs cmp: cannot compare 'd': Is a directory\n");
 }
 
 TEST_F(ToolFileCommands, CmpTreeAnswersSameDifferentOrTrouble)
@@ -364,10 +426,147 @@ TEST_F(ToolFileCommands, CmpTreeAnswersSameDifferentOrTrouble)
     EXPECT_EQ(run({"cmp-tree", "a", "b"}).exitStatus, 0);
     makeFile("b/extra", "");
     EXPECT_EQ(run({"cmp-tree", "a", "b"}).exitStatus, 1);
-    EXPECT_EQ(run({"cmp-tree", "a", "missing"}).exitStatus, 2);
+    ToolRun const missing = run({"cmp-tree", "a", "missing"});
+    EXPECT_EQ(missing.exitStatus, 2);
+    EXPECT_EQ(missing.err, "kelvo-fs cmp-tree: cannot access 'missing': No such file or directory\n");
     ToolRun const file = run({"cmp-tree", "a", "x"});
     EXPECT_EQ(file.exitStatus, 2);
-    EXPECT_TRUE(contains(file.err, "not a directory")) << file.err;
+    EXPECT_EQ(file.err, "kelvo-fs cmp-tree: cannot compare 'x': Not a directory\n");
+}
+
+// ---- Failures told from the library's record ------------------------------------
+
+/// The file commands as user 65534 (root's unprivileged child) or as this
+/// user, with what is to be denied closed to whichever runs.
+class ToolFileCommandsDenied : public ToolFileCommands {
+protected:
+    void SetUp() override
+    {
+        ToolFileCommands::SetUp();
+        // Reachable and writable by the unprivileged user.
+        ASSERT_EQ(::chmod(scratch.c_str(), 0755), 0);
+        ASSERT_EQ(::chmod(at("work").c_str(), 0777), 0);
+    }
+
+    /// Runs the tool in "work" as user 65534 when this process is root, as
+    /// this user otherwise.
+    ToolRun runDenied(std::vector<std::string> const& arguments)
+    {
+        return runTool(arguments, RunSettings(at("work"), "", true));
+    }
+
+    /// Sets the mode of `name` to one that denies the user the tool runs as:
+    /// `forOthers` when that is user 65534 (the owner is root), `forOwner`
+    /// when it is this user.
+    void closeTo(std::string const& name, mode_t forOthers, mode_t forOwner)
+    {
+        ASSERT_EQ(::chmod(work(name).c_str(), ::geteuid() == 0 ? forOthers : forOwner), 0) << name;
+    }
+};
+
+TEST_F(ToolFileCommandsDenied, RmOfATreeNamesTheDeepEntryThatCouldNotBeRemoved)
+{
+    makeDirectory("a");
+    makeDirectory("a/b");
+    makeDirectory("a/b/locked");
+    makeFile("a/b/locked/f", "f");
+    ASSERT_EQ(::chmod(work("a").c_str(), 0777), 0);
+    ASSERT_EQ(::chmod(work("a/b").c_str(), 0777), 0);
+    // Listed and entered, but nothing in it can be deleted.
+    closeTo("a/b/locked", 0555, 0555);
+    ToolRun const removal = runDenied({"rm", "-r", "a"});
+    if (removal.exitStatus == kCannotDropPrivileges)
+        GTEST_SKIP() << "cannot switch to user 65534";
+    EXPECT_EQ(removal.exitStatus, 1);
+    EXPECT_EQ(removal.out, "");
+    EXPECT_EQ(removal.err, "kelvo-fs rm: cannot remove 'a/b/locked/f': Permission denied\n");
+    EXPECT_EQ(readWholeFile(work("a/b/locked/f")), "f");
+}
+
+TEST_F(ToolFileCommandsDenied, RmAndMvOfAFileInAClosedDirectorySayPermissionDenied)
+{
+    makeDirectory("priv");
+    makeFile("priv/secret", "s");
+    closeTo("priv", 0700, 0);
+    ToolRun const removal = runDenied({"rm", "priv/secret"});
+    if (removal.exitStatus == kCannotDropPrivileges)
+        GTEST_SKIP() << "cannot switch to user 65534";
+    EXPECT_EQ(removal.exitStatus, 1);
+    EXPECT_EQ(removal.err, "kelvo-fs rm: cannot remove 'priv/secret': Permission denied\n");
+    ToolRun const move = runDenied({"mv", "priv/secret", "moved"});
+    EXPECT_EQ(move.exitStatus, 1);
+    EXPECT_EQ(move.err, "kelvo-fs mv: cannot move 'priv/secret': Permission denied\n");
+    ToolRun const recursive = runDenied({"rm", "-r", "priv/secret"});
+    EXPECT_EQ(recursive.exitStatus, 1);
+    EXPECT_EQ(recursive.err, "kelvo-fs rm: cannot remove 'priv/secret': Permission denied\n");
+    ASSERT_EQ(::chmod(work("priv").c_str(), 0700), 0);
+    EXPECT_EQ(readWholeFile(work("priv/secret")), "s");
+    EXPECT_FALSE(isPresentOnDisk(work("moved")));
+}
+
+TEST_F(ToolFileCommandsDenied, CmpOfFilesThatCannotBeOpenedIsTroubleWithTheReason)
+{
+    // Of one size, so that only their contents could tell them apart.
+    makeFile("u1", "abcd");
+    makeFile("u2", "abce");
+    makeFile("readable", "abcd");
+    closeTo("u1", 0600, 0);
+    closeTo("u2", 0600, 0);
+    ToolRun const both = runDenied({"cmp", "u1", "u2"});
+    if (both.exitStatus == kCannotDropPrivileges)
+        GTEST_SKIP() << "cannot switch to user 65534";
+    EXPECT_EQ(both.exitStatus, 2);
+    EXPECT_EQ(both.out, "");
+    // The comparison stops at the first file it cannot open: u2 is never tried.
+    EXPECT_EQ(both.err, "kelvo-fs cmp: cannot open 'u1': Permission denied\n");
+    for (std::vector<std::string> const& operands : {std::vector<std::string>{"cmp", "readable", "u1"},
+                                                     std::vector<std::string>{"cmp", "u1", "readable"}}) {
+        ToolRun const one = runDenied(operands);
+        EXPECT_EQ(one.exitStatus, 2) << operands[1];
+        EXPECT_EQ(one.out, "") << operands[1];
+        EXPECT_EQ(one.err, "kelvo-fs cmp: cannot open 'u1': Permission denied\n") << operands[1];
+    }
+}
+
+TEST_F(ToolFileCommands, CpOfAFileWhoseReadFailsTellsTheReasonAndExitsWith1)
+{
+    // Reading a process's own memory from address 0 fails at once, after
+    // the open and the status succeeded: the copy is answered as made.
+    if (!isPresentOnDisk("/proc/self/mem"))
+        GTEST_SKIP() << "no /proc/self/mem here";
+    ToolRun const copy = run({"cp", "/proc/self/mem", "copy"});
+    EXPECT_EQ(copy.exitStatus, 1);
+    EXPECT_EQ(copy.err, "kelvo-fs cp: cannot copy '/proc/self/mem': Input/output error"
+                        " ('copy' holds what was read before)\n");
+    EXPECT_TRUE(isRegularOnDisk(work("copy")));
+    EXPECT_EQ(readWholeFile(work("copy")), "");
+}
+
+TEST_F(ToolFileCommandsDenied, CmpTreeOfADirectoryItCouldNotReadIsTroubleWithTheReason)
+{
+    makeDirectory("a");
+    makeDirectory("b");
+    makeDirectory("a/sub");
+    makeDirectory("b/sub");
+    makeFile("a/sub/only", "");
+    makeFile("a/f", "same");
+    makeFile("b/f", "same");
+    closeTo("a/sub", 0700, 0);
+    ToolRun const comparison = runDenied({"cmp-tree", "a", "b"});
+    if (comparison.exitStatus == kCannotDropPrivileges)
+        GTEST_SKIP() << "cannot switch to user 65534";
+    EXPECT_EQ(comparison.exitStatus, 2);
+    EXPECT_EQ(comparison.out, "");
+    EXPECT_EQ(comparison.err, "kelvo-fs cmp-tree: cannot read 'a/sub': Permission denied\n");
+}
+
+TEST_F(ToolFileCommands, MessagesQuoteNamesOneWayEscapingWhatIsNotPrintableUtf8)
+{
+    ToolRun const removal = run({"rm", "gone\xFF\n'q"});
+    EXPECT_EQ(removal.exitStatus, 1);
+    EXPECT_EQ(removal.err, "kelvo-fs rm: cannot remove 'gone\\xFF\\x0A\\'q': No such file or directory\n");
+    ToolRun const composed = run({"cp", "caf\xC3\xA9", "x"});
+    EXPECT_EQ(composed.err, "kelvo-fs cp: cannot copy 'caf\xC3\xA9': No such file or directory\n");
 }
 
 /// Makes a chain of `depth` directories "d" below `top`, through descriptors,
@@ -433,9 +632,11 @@ TEST_F(ToolFileCommands, CpOfATreeWithAnUnreadableDirectoryNamesItAndFails)
     if (unprivilegedSkipReason(copy.exitStatus) != nullptr)
         GTEST_SKIP() << unprivilegedSkipReason(copy.exitStatus);
     EXPECT_EQ(copy.exitStatus, 1) << copy.err;
-    EXPECT_TRUE(contains(copy.err, "cannot read the directory 'src/lo\\x09cked'")) << copy.err;
+    EXPECT_EQ(copy.err, "kelvo-fs cp: cannot read 'src/lo\\x09cked': Permission denied\n");
+    // Everything else was copied; what could not be read, copied empty.
     EXPECT_EQ(readWholeFile(work("dst/open/f")), "copied");
     EXPECT_TRUE(isDirectoryOnDisk(work("dst/lo\tcked")));
+    EXPECT_TRUE(namesIn(work("dst/lo\tcked")).empty());
     ASSERT_EQ(::chmod(work("src/lo\tcked").c_str(), 0755), 0);
 }
 
@@ -455,10 +656,12 @@ TEST_F(ToolFileCommands, CmpTreeWithUnreadableDirectoriesNamesThemAndFails)
     ToolRun const compared = runTool({"cmp-tree", "a", "b"}, RunSettings(at("work"), {}, true));
     if (unprivilegedSkipReason(compared.exitStatus) != nullptr)
         GTEST_SKIP() << unprivilegedSkipReason(compared.exitStatus);
-    EXPECT_EQ(compared.exitStatus, 1) << compared.err;
-    EXPECT_TRUE(contains(compared.err, "cannot read the directory 'a/locked'")) << compared.err;
-    EXPECT_TRUE(contains(compared.err, "cannot read the directory 'b/locked'")) << compared.err;
-    EXPECT_FALSE(contains(compared.out, "are the same")) << compared.out;
+    // Trouble, as for diff: the trees are alike only as far as they were read.
+    // The record keeps the reason of the last failure alone.
+    EXPECT_EQ(compared.exitStatus, 2) << compared.err;
+    EXPECT_EQ(compared.err, "kelvo-fs cmp-tree: cannot read 'a/locked': it could not be listed\n"
+                            "kelvo-fs cmp-tree: cannot read 'b/locked': Permission denied\n");
+    EXPECT_EQ(compared.out, "");
     ASSERT_EQ(::chmod(work("a/locked").c_str(), 0755), 0);
     ASSERT_EQ(::chmod(work("b/locked").c_str(), 0755), 0);
 }
@@ -492,9 +695,10 @@ TEST_F(ToolFileCommands, CpAndCmpTreeOfFifosSocketsAndEndlessDevicesEnd)
         ToolRun const zero = runTool({"cmp", "c/zero", "c/zero"}, here);
         // The socket is taken for a directory that cannot be listed: named,
         // and the run fails; the FIFO without a writer is an empty file.
-        return firstFailure({copy.exitStatus == 1, contains(copy.err, "cannot read the directory 'a/sock'"),
-                             same.exitStatus == 1, contains(same.err, "cannot read the directory 'a/sock'"),
-                             contains(same.err, "cannot read the directory 'b/sock'"),
+        return firstFailure({copy.exitStatus == 1, copy.err == "kelvo-fs cp: cannot read 'a/sock': Not a directory\n",
+                             same.exitStatus == 2,
+                             same.err == "kelvo-fs cmp-tree: cannot read 'a/sock': it could not be listed\n"
+                                         "kelvo-fs cmp-tree: cannot read 'b/sock': Not a directory\n",
                              endless.exitStatus == 1, endlessSame.exitStatus == 1, zero.exitStatus == 1});
     });
     EXPECT_EQ(result, 0);
@@ -505,6 +709,7 @@ TEST_F(ToolFileCommands, CpAndCmpTreeOfFifosSocketsAndEndlessDevicesEnd)
 }
 
 TEST_F(ToolFileCommands, DemoShowsTheFileOperations)
+
 {
     ToolRun const demo = run({"demo"});
     EXPECT_EQ(demo.exitStatus, 0) << demo.err;

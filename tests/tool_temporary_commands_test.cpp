@@ -220,7 +220,7 @@ TEST_F(ToolTemporaryCommandsTest, MutexSaysOnATerminalThatItWaits)
         said.append(buffer, static_cast<std::size_t>(got));
     }
     ::close(master);
-    EXPECT_NE(said.find("kelvo-fs mutex: waiting for " + file + ", which another process holds..."),
+    EXPECT_NE(said.find("kelvo-fs mutex: waiting for '" + file + "', which another process holds..."),
               std::string::npos)
         << said;
 }

@@ -866,11 +866,11 @@ TEST_F(ToolTest, ListJsonGivesOneObjectPerEntry)
     EXPECT_EQ(run.exitStatus, 0);
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out,
-              "{\"name\": \"f\", \"path\": \"./f\", \"type\": \"regularFile\", \"target\": null, "
+              "{\"name\": \"f\", \"native\": [102], \"path\": \"./f\", \"type\": \"regularFile\", \"target\": null, "
               "\"permissions\": \"0640\", \"size\": 5, \"modified\": \"2023-11-14T22:13:20.123456Z\"}\n"
-              "{\"name\": \"link\", \"path\": \"./link\", \"type\": \"symbolicLink\", \"target\": \"f\", "
-              "\"permissions\": \"0777\", \"size\": 1, \"modified\": \"1970-01-02T00:00:00.000000Z\"}\n"
-              "{\"name\": \"q\\\"b\", \"path\": \"./q\\\"b\", \"type\": \"regularFile\", "
+              "{\"name\": \"link\", \"native\": [108,105,110,107], \"path\": \"./link\", \"type\": \"symbolicLink\", "
+              "\"target\": \"f\", \"permissions\": \"0777\", \"size\": 1, \"modified\": \"1970-01-02T00:00:00.000000Z\"}\n"
+              "{\"name\": \"q\\\"b\", \"native\": [113,34,98], \"path\": \"./q\\\"b\", \"type\": \"regularFile\", "
               "\"target\": null, \"permissions\": \"0644\", \"size\": 0, \"modified\": \""
                   + field(runTool({"stat", at("q\"b")}).out, "modified") + "\"}\n");
 }
@@ -885,22 +885,79 @@ TEST_F(ToolTest, EveryCommandEscapesBytesThatAreNotUtf8TheSameWay)
         return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
     };
 
-    EXPECT_EQ(runTool({"ls", scratch}).out, shown + "\ndir\\xFE\n");
-    EXPECT_EQ(runTool({"ls", name}, {scratch, ""}).out, shown + "\n");
+    // A listing quotes the names it escapes.
+    EXPECT_EQ(runTool({"ls", scratch}).out, "'" + shown + "'\n'dir\\xFE'\n");
+    EXPECT_EQ(runTool({"ls", name}, {scratch, ""}).out, "'" + shown + "'\n");
     std::string longForm = runTool({"ls", "-l", name}, {scratch, "", false, "UTC"}).out;
-    EXPECT_TRUE(endsWith(longForm, " " + shown + "\n")) << longForm;
+    EXPECT_TRUE(endsWith(longForm, " '" + shown + "'\n")) << longForm;
     std::string json = runTool({"ls", "--json", name}, {scratch, ""}).out;
-    EXPECT_EQ(json.rfind("{\"name\": \"bad\\\\xFF\\\\x01name\", \"path\": \"bad\\\\xFF\\\\x01name\"", 0), 0u) << json;
-    EXPECT_EQ(runTool({"ls", "dir\xFE", "x"}, {scratch, ""}).out, "dir\\xFE:\n");
+    EXPECT_EQ(json.rfind("{\"name\": \"bad\\\\xFF\\\\x01name\", \"native\": [98,97,100,255,1,110,97,109,101], "
+                         "\"path\": \"bad\\\\xFF\\\\x01name\"",
+                         0),
+              0u)
+        << json;
+    EXPECT_EQ(runTool({"ls", "dir\xFE", "x"}, {scratch, ""}).out, "'dir\\xFE':\n");
     EXPECT_EQ(field(runTool({"stat", name}, {scratch, ""}).out, "path"), "\"" + shown + "\"");
+    EXPECT_EQ(field(runTool({"stat", name}, {scratch, ""}).out, "native"), "\"bad\\xFF\\x01name\"");
     json = runTool({"stat", "--json", name}, {scratch, ""}).out;
-    EXPECT_EQ(json.rfind("{\"path\": \"bad\\\\xFF\\\\x01name\", \"exists\": true", 0), 0u) << json;
+    EXPECT_EQ(json.rfind("{\"path\": \"bad\\\\xFF\\\\x01name\", \"native\": [98,97,100,255,1,110,97,109,101], "
+                         "\"exists\": true",
+                         0),
+              0u)
+        << json;
     EXPECT_EQ(field(runTool({"path", name}).out, "text"), "\"" + shown + "\"");
     EXPECT_EQ(runTool({"cwd"}, {at("dir\xFE"), ""}).out, scratch + "/dir\\xFE\n");
     EXPECT_EQ(runTool({"stat", "gone\xFF"}, {scratch, ""}).err,
               "kelvo-fs stat: cannot stat 'gone\\xFF': No such file or directory\n");
     EXPECT_EQ(runTool({"ls", "gone\xFF"}, {scratch, ""}).err,
               "kelvo-fs ls: cannot access 'gone\\xFF': No such file or directory\n");
+}
+
+TEST_F(ToolTest, NamesThatDifferOnlyInCompositionAreToldApart)
+{
+    std::string const composed = "caf\xC3\xA9";    // é as one code point
+    std::string const decomposed = "cafe\xCC\x81"; // e and a combining acute accent
+    makeFile(composed, "c");
+    makeFile(decomposed, "d");
+
+    // Equal as paths, they sort by their bytes; the one not composed is quoted.
+    ToolRun const list = runTool({"ls", "."}, {scratch, ""});
+    EXPECT_EQ(list.exitStatus, 0);
+    EXPECT_EQ(list.out, "'" + decomposed + "'\n" + composed + "\n");
+    ToolRun const longForm = runTool({"ls", "-l", "."}, {scratch, "", false, "UTC"});
+    std::vector<std::string> const lines = linesOf(longForm.out);
+    ASSERT_EQ(lines.size(), 2u) << longForm.out;
+    EXPECT_EQ(lines[0].substr(lines[0].size() - decomposed.size() - 3), " '" + decomposed + "'");
+    EXPECT_EQ(lines[1].substr(lines[1].size() - composed.size() - 1), " " + composed);
+
+    ToolRun const json = runTool({"ls", "--json", "."}, {scratch, ""});
+    std::vector<std::string> const objects = linesOf(json.out);
+    ASSERT_EQ(objects.size(), 2u) << json.out;
+    EXPECT_EQ(objects[0].rfind("{\"name\": \"" + decomposed + "\", \"native\": [99,97,102,101,204,129], ", 0), 0u)
+        << objects[0];
+    EXPECT_EQ(objects[1].rfind("{\"name\": \"" + composed + "\", \"native\": [99,97,102,195,169], ", 0), 0u)
+        << objects[1];
+
+    // stat shows the bytes of a path its text does not show exactly.
+    ToolRun const stat = runTool({"stat", composed, decomposed}, {scratch, ""});
+    EXPECT_EQ(stat.exitStatus, 0);
+    std::vector<std::string> const blocks = blocksOf(stat.out);
+    ASSERT_EQ(blocks.size(), 2u) << stat.out;
+    EXPECT_EQ(blocks[0].find("native:"), std::string::npos) << blocks[0];
+    EXPECT_EQ(field(blocks[1], "native"), "\"cafe\\xCC\\x81\"");
+    ToolRun const statJson = runTool({"stat", "--json", decomposed}, {scratch, ""});
+    EXPECT_EQ(statJson.out.rfind("{\"path\": \"" + decomposed + "\", \"native\": [99,97,102,101,204,129], ", 0), 0u)
+        << statJson.out;
+}
+
+TEST_F(ToolTest, ListingsQuoteANameHoldingAQuoteOrAControlCharacter)
+{
+    makeFile("it's", "");
+    makeFile("new\nline", "");
+    makeFile("plain name", "");
+    ToolRun const list = runTool({"ls", "."}, {scratch, ""});
+    EXPECT_EQ(list.exitStatus, 0);
+    EXPECT_EQ(list.out, "'it\\'s'\n'new\\x0Aline'\nplain name\n");
 }
 
 // ---- stat --json --------------------------------------------------------------------------
@@ -912,12 +969,14 @@ TEST_F(ToolTest, StatJsonGivesOneObjectPerPath)
     ToolRun run = runTool({"stat", "--json", "f", "missing", "f/below"}, {scratch, ""});
     EXPECT_EQ(run.exitStatus, 1);
     EXPECT_EQ(run.out,
-              "{\"path\": \"f\", \"exists\": true, \"status\": \"regularFile\", \"symbolicLinkStatus\": "
+              "{\"path\": \"f\", \"native\": [102], \"exists\": true, \"status\": \"regularFile\", \"symbolicLinkStatus\": "
               "\"symbolicLink\", \"permissions\": \"0640\", \"size\": 5, \"modified\": "
               "\"2023-11-14T22:13:20.123456Z\", \"error\": null}\n"
-              "{\"path\": \"missing\", \"exists\": false, \"status\": \"none\", \"symbolicLinkStatus\": \"none\", "
+              "{\"path\": \"missing\", \"native\": [109,105,115,115,105,110,103], \"exists\": false, "
+              "\"status\": \"none\", \"symbolicLinkStatus\": \"none\", "
               "\"permissions\": null, \"size\": null, \"modified\": null, \"error\": \"No such file or directory\"}\n"
-              "{\"path\": \"f/below\", \"exists\": false, \"status\": \"none\", \"symbolicLinkStatus\": \"none\", "
+              "{\"path\": \"f/below\", \"native\": [102,47,98,101,108,111,119], \"exists\": false, "
+              "\"status\": \"none\", \"symbolicLinkStatus\": \"none\", "
               "\"permissions\": null, \"size\": null, \"modified\": null, \"error\": \"Not a directory\"}\n");
     EXPECT_EQ(run.err, "kelvo-fs stat: cannot stat 'missing': No such file or directory\n"
                        "kelvo-fs stat: cannot stat 'f/below': Not a directory\n");

@@ -92,9 +92,9 @@ int runCommand(Invocation const& invocation, std::vector<std::string> const& com
 
 // ---- Formatting -------------------------------------------------------------
 
-/// @returns `reason` spelled as the C library spells an errno value
-/// ("Permission denied"), or `fallback` when `error` is 0.
-std::string reasonText(int error, char const* fallback = "failed");
+/// @returns the system's text for the errno value `error` ("Permission
+/// denied"), as `std::error_code::message` gives it.
+std::string reasonText(int error);
 
 /// The one way kelvo-fs shows a name: UTF-8 as it is, every byte that is not
 /// part of valid UTF-8 and every control character as \xHH, a backslash
@@ -102,8 +102,44 @@ std::string reasonText(int error, char const* fallback = "failed");
 /// @returns the shown form of the bytes `bytes`.
 std::string escapeName(std::string const& bytes);
 
-/// @returns `bytes` shown as `escapeName` does, in single quotes, for messages.
+/// The one way a name appears in a message: shown as `escapeName` shows it,
+/// a single quote inside escaped as \', between single quotes.
+/// @returns the quoted form of the bytes `bytes`.
 std::string quoteName(std::string const& bytes);
+
+/// @returns true when the bytes `bytes` are not exactly what `escapeName`
+/// shows, when they are not the composed (NFC) form of their text, or when
+/// they hold a single quote: a listing quotes such a name, so that two names
+/// whose texts differ only in composition never look the same.
+bool isMarkedName(std::string const& bytes);
+
+// ---- Failures ---------------------------------------------------------------
+//
+// Every failure the tool reports comes from the library's failure record: the
+// record is cleared before the call, and after a false or empty answer the
+// message names the path the record holds (for a tree, the entry deep inside
+// it) with the system's reason. Nothing is looked up again on disk to guess a
+// reason. Where the library answered without a failed system call (a
+// dangling link that stops a removal, a length over the limits), the record
+// is empty and the command says what it knows in its own words.
+
+/// Empties the failure record before a library call whose failure will be
+/// reported.
+void startRecording();
+
+/// @returns the failure recorded since `startRecording`; empty when none.
+kelvo::filesystem::Failure recordedFailure();
+
+/// @returns "cannot VERB 'PATH': REASON" for the recorded `failed`, PATH the
+/// recorded path, or `fallbackPath` when the record names none; when nothing
+/// was recorded, "cannot VERB 'fallbackPath': ownReason".
+std::string failureText(std::string const& verb, kelvo::filesystem::Failure const& failed,
+                        std::string const& fallbackPath, std::string const& ownReason);
+
+/// Prints "kelvo-fs NAME: " and `failureText` of the record on standard error.
+/// @returns kExitNegative.
+int reportFailure(Invocation const& invocation, std::string const& verb, std::string const& fallbackPath,
+                  std::string const& ownReason);
 
 /// @returns `bytes` in double quotes: printable ASCII as it is, `\` and `"`
 /// escaped with a backslash, every other byte as \xHH.

@@ -230,9 +230,11 @@ void printToolUsage(std::ostream& out, std::vector<CommandInfo> const& commands,
     }
     out << "  help [COMMAND]" << std::string(kColumn - 16, ' ') << "Show this text, or the usage of COMMAND.\n"
         << "\n"
-        << "Every command takes --help. Failures are told with the system's reason\n"
-        << "(\"Permission denied\"). Names are shown as UTF-8, every byte that is not\n"
-        << "UTF-8 and every control character as \\xHH, a backslash as \\\\.\n"
+        << "Every command takes --help. A failure names what failed, inside a tree the\n"
+        << "entry itself, with the system's reason (\"kelvo-fs rm: cannot remove\n"
+        << "'a/b/f': Permission denied\"). Names are shown as UTF-8, every byte that is\n"
+        << "not UTF-8 and every control character as \\xHH, a backslash as \\\\; in a\n"
+        << "message between single quotes, a quote inside as \\'.\n"
         << "Exit status: 0 success, 1 a negative answer or a failure, 2 bad usage.\n"
         << "A \"--\" ends the options: the arguments after it are taken as they are.\n";
 }
@@ -299,7 +301,7 @@ int runHelp(std::vector<CommandInfo> const& commands, char const* toolUsage, int
             return kExitSuccess;
         }
     }
-    return badUsage(invocation, "unknown command '" + names[0] + "'");
+    return badUsage(invocation, "unknown command " + quoteName(names[0]));
 }
 
 } // namespace
@@ -326,7 +328,7 @@ int runCommandLine(int argc, char** argv, std::vector<CommandInfo> const& comman
     std::string usage = toolUsage;
     std::cerr << "kelvo-fs: " << (name.empty()             ? std::string("an empty argument names no command")
                                   : name[0] == '-'         ? "unknown option " + name
-                                                           : "unknown command '" + name + "'")
+                                                           : "unknown command " + quoteName(name))
               << '\n'
               << usage.substr(0, usage.find('\n')) << "  (kelvo-fs help lists the commands)\n";
     return kExitBadUsage;

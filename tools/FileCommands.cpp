@@ -2,9 +2,9 @@
 #include "Commands.h"
 
 #include <cerrno>
-#include <cstring>
 #include <iostream>
 #include <regex>
+#include <system_error>
 #include <vector>
 
 namespace kelvo::tool {
@@ -49,8 +49,10 @@ char const kCopyUsage[] =
     "a directory FROM is copied with everything below it into the new directory\n"
     "TO (never into an existing one); a failing entry does not stop the copy.\n"
     "Links are followed; a FIFO or device is copied as a file of what it gives,\n"
-    "up to 16 MiB. A directory that cannot be read is named and copied empty.\n"
-    "Exit status 1 when something could not be copied or read.\n";
+    "up to 16 MiB. A directory that cannot be read is named, with the reason,\n"
+    "and copied empty. Exit status 1 when something could not be copied, and\n"
+    "when a file or a directory could not be read to its end (what was read is\n"
+    "kept).\n";
 
 char const kMoveUsage[] =
     "Usage: kelvo-fs mv FROM TO\n"
@@ -70,106 +72,152 @@ char const kCompareFilesUsage[] =
     "Usage: kelvo-fs cmp A B\n"
     "Compare the contents of two files.\n"
     "\n"
-    "Compares the contents of the files A and B (links followed). Exit status 0\n"
-    "when they are the same, 1 when they differ, 2 when A or B is missing or a\n"
-    "directory.\n";
+    "Compares the contents of the files A and B (links followed); files of\n"
+    "different sizes differ without being read. Exit status 0 when they are the\n"
+    "same, 1 when they differ, 2 when A or B is missing, a directory, or cannot\n"
+    "be opened or read.\n";
 
 char const kCompareTreesUsage[] =
     "Usage: kelvo-fs cmp-tree A B\n"
     "Compare two directory trees.\n"
     "\n"
     "Compares the directory trees A and B: the same names (ignoring letter case\n"
-    "and composition), the same kinds, the same file contents. A directory that\n"
-    "cannot be read is named and compared as empty. Exit status 0 when they are\n"
-    "the same, 1 when they differ or a directory could not be read, 2 when A or B\n"
-    "is missing or not a directory.\n";
+    "and composition), the same kinds, the same file contents. A directory or a\n"
+    "file that cannot be read is named, with the reason. Exit status 0 when they\n"
+    "are the same, 1 when they differ, 2 when A or B is missing or not a\n"
+    "directory, or when something in them could not be read.\n";
 
 namespace {
 
 /// Exit status of the comparisons when they cannot answer.
 constexpr int kExitTrouble = 2;
 
-/// @returns the system's text for the error left by the last failing call.
-std::string systemReason(int error)
+using kelvo::filesystem::Failure;
+
+/// @returns true when the native bytes `path` are those of `root` or of an
+/// entry below it.
+bool isWithin(std::string const& path, std::string const& root)
 {
-    return error != 0 ? std::string(std::strerror(error)) : std::string("failed");
+    if (root.empty() || path.compare(0, root.size(), root) != 0)
+        return false;
+    return path.size() == root.size() || root.back() == '/' || path[root.size()] == '/';
 }
 
-std::string shown(std::string const& operand) { return quoteBytes(operand); }
+/// @returns true for a call that opens a file or a directory to read it.
+bool isOpening(std::string const& call)
+{
+    return call == "open" || call == "openat" || call == "opendir" || call == "fdopendir";
+}
+
+/// @returns true for a call that reads the contents of an open file.
+bool isReading(std::string const& call)
+{
+    return call == "read" || call == "pread" || call == "pread64" || call == "readv" || call == "preadv";
+}
+
+/// @returns true for a call that removes a directory entry.
+bool isRemoving(std::string const& call)
+{
+    return call == "unlink" || call == "unlinkat" || call == "rmdir";
+}
+
+/// @returns true for a call that writes to an open file.
+bool isWriting(std::string const& call)
+{
+    return call == "write" || call == "pwrite" || call == "pwrite64" || call == "writev" || call == "pwritev";
+}
+
+/// @returns the recorded failure when it is one of opening or reading that an
+/// answer of the library does not show; an empty failure otherwise.
+Failure hiddenReadFailure(Failure const& failed)
+{
+    return failed && (isOpening(failed.call) || isReading(failed.call)) ? failed : Failure();
+}
+
+/// @returns the message for a failure of a copy or move from `from` to `to`:
+/// "cannot VERB 'PATH': REASON" for a path of the source, "cannot VERB to
+/// 'PATH': REASON" for one of the destination.
+std::string transferFailureText(char const* verb, Failure const& failed, std::string const& from,
+                                std::string const& to, std::string const& ownReason)
+{
+    // A write on an open file may be recorded without its path: only the
+    // destination is written to.
+    std::string const path = failed.path.empty() ? std::string() : failed.path.nativeString();
+    bool const destination = path.empty() ? failed && isWriting(failed.call) : isWithin(path, Path(to).nativeString());
+    return failureText(destination ? std::string(verb) + " to" : std::string(verb), failed,
+                       destination ? to : from, ownReason);
+}
 
 int makeOne(Invocation const& invocation, std::string const& operand, bool parents)
 {
     Path const path(operand);
-    errno = 0;
+    startRecording();
     if (parents ? fs::createDirectories(path) : fs::createDirectory(path))
         return kExitSuccess;
-    int const error = errno;
-    if (operand.find('\0') != std::string::npos)
-        return failure(invocation, "cannot make " + shown(operand) + ": the path holds a NUL byte");
-    Path const parent = path.parentPath();
-    if (!parents && !parent.empty() && !fs::exists(parent))
-        return failure(invocation, "cannot make " + shown(operand) + ": the parent directory does not exist (use -p)");
-    if (!parents && !fs::isValidDirectoryPathLength(path))
-        return failure(invocation, "cannot make " + shown(operand) + ": the path is too long for this file system");
-    return failure(invocation, "cannot make " + shown(operand) + ": " + systemReason(error));
+    // Without a failed call, the library refused the length of the path.
+    return reportFailure(invocation, "make directory", operand, "the path is too long for this file system");
 }
 
 int removeOne(Invocation const& invocation, std::string const& operand, bool recursive)
 {
     Path const path(operand);
-    errno = 0;
+    startRecording();
     if (recursive ? fs::removeAll(path) : fs::remove(path))
         return kExitSuccess;
-    int const error = errno;
-    std::string const what = "cannot remove " + shown(operand) + ": ";
-    fs::FileStatus const own = fs::symbolicLinkStatus(path);
-    if (own.getType() == FileType::none)
-        return failure(invocation, what + "no such file or directory");
-    if (!fs::exists(path))
-        return failure(invocation, what + "it is a dangling link, which is never removed this way");
-    bool const isLink = fs::status(path).getType() == FileType::directory && own.getType() == FileType::symbolicLink;
-    if (isLink)
-        return failure(invocation, what + "it is a link to a directory, which is never removed this way");
-    if (!recursive && fs::isDirectory(path))
-        return failure(invocation, what + systemReason(error) + " (use -r for a tree)");
-    if (recursive && fs::isDirectory(path))
-        return failure(invocation, what + "the removal stopped at an entry that could not be deleted ("
-                                       + systemReason(error)
-                                       + "); a link to a directory or a dangling link stops it too");
-    return failure(invocation, what + systemReason(error));
+    // Without a failed call, the library's own rules stopped the removal.
+    std::string const own = recursive ? "the removal stopped at a dangling link, a link to a directory or an "
+                                        "entry that changed while it ran"
+                                      : "a dangling link or a link to a directory is never removed";
+    return reportFailure(invocation, "remove", operand, own);
 }
 
-/// @returns the exit status for a comparison's operands that cannot be
-/// compared as asked, or -1 when they can.
-int checkOperands(Invocation const& invocation, std::string const& a, std::string const& b, bool directories)
+/// Checks that `operand` is there and is (`directories`) or is not a
+/// directory, telling why not.
+/// @returns false when it cannot be compared as asked.
+bool checkOperand(Invocation const& invocation, std::string const& operand, bool directories)
 {
-    for (std::string const& operand : {a, b}) {
-        Path const path(operand);
-        if (!fs::exists(path)) {
-            std::cerr << "kelvo-fs " << invocation.name << ": " << shown(operand) << ": no such file or directory\n";
-            return kExitTrouble;
-        }
-        if (fs::isDirectory(path) != directories) {
-            std::cerr << "kelvo-fs " << invocation.name << ": " << shown(operand)
-                      << (directories ? ": not a directory\n" : ": is a directory\n");
-            return kExitTrouble;
-        }
+    startRecording();
+    FileType const type = fs::status(Path(operand)).getType();
+    if (type == FileType::none) {
+        reportFailure(invocation, "access", operand, "it does not exist");
+        return false;
     }
-    return -1;
+    if ((type == FileType::directory) != directories) {
+        failure(invocation, "cannot compare " + quoteName(operand) + ": "
+                                + reasonText(directories ? ENOTDIR : EISDIR));
+        return false;
+    }
+    return true;
 }
 
-/// Names on standard error every directory a tree operation could not read,
-/// with what became of it there.
-void reportUnreadable(Invocation const& invocation, std::vector<Path> const& unreadable, char const* consequence)
+/// @returns true when `failed` was recorded on one of the directories `named`.
+bool isNamed(Failure const& failed, std::vector<Path> const& named)
 {
-    for (Path const& directory : unreadable)
-        std::cerr << "kelvo-fs " << invocation.name << ": cannot read the directory "
-                  << quoteName(directory.nativeString()) << ": " << consequence << '\n';
+    std::string const path = failed.path.nativeString();
+    for (Path const& directory : named) {
+        if (directory.nativeString() == path)
+            return true;
+    }
+    return false;
+}
+
+/// Names every directory a tree operation could not list. The record holds
+/// the reason of the last failure only: a directory it names gets that
+/// reason, any other one the fact alone.
+void reportUnreadable(Invocation const& invocation, std::vector<Path> const& unreadable, Failure const& failed)
+{
+    for (Path const& directory : unreadable) {
+        std::string const path = directory.nativeString();
+        bool const recorded = failed && !failed.path.empty() && failed.path.nativeString() == path;
+        failure(invocation, "cannot read " + quoteName(path) + ": "
+                                + (recorded ? failed.error.message() : std::string("it could not be listed")));
+    }
 }
 
 int sameOrDifferent(bool same, std::string const& a, std::string const& b)
 {
-    std::cout << shown(a) << (same ? " and " : " differs from ") << shown(b) << (same ? " are the same\n" : "\n");
+    std::cout << quoteName(a) << (same ? " and " : " differs from ") << quoteName(b)
+              << (same ? " are the same\n" : "\n");
     return same ? kExitSuccess : kExitNegative;
 }
 
@@ -208,22 +256,43 @@ int runRemoveMatching(Invocation const& invocation)
         return badUsage(invocation, "needs a DIRECTORY and a PATTERN");
     Path const directory(operands[0]);
     kelvo::unicode::String const pattern(operands[1]);
+    bool const recursive = invocation.hasOption("-r");
+    // What is not a directory lists nothing, without a failed call.
+    startRecording();
+    FileType const type = fs::status(directory).getType();
+    if (type == FileType::none)
+        return reportFailure(invocation, "list", operands[0], "it does not exist");
+    if (type != FileType::directory)
+        return failure(invocation, "cannot list " + quoteName(operands[0]) + ": " + reasonText(ENOTDIR));
+    // Each match is removed as removeMatching and removeAllMatching remove
+    // it, so that the entry that stopped the removal is known by name.
+    std::string stoppedAt;
     bool removed = false;
+    startRecording();
     try {
-        removed = invocation.hasOption("-r") ? fs::removeAllMatching(directory, pattern)
-                                             : fs::removeMatching(directory, pattern);
+        removed = fs::forEachMatching(directory, pattern, [recursive, &stoppedAt](Path const& entry) {
+            startRecording();
+            if (recursive ? fs::removeAll(entry) : fs::remove(entry))
+                return true;
+            stoppedAt = entry.nativeString();
+            return false;
+        });
     } catch (std::regex_error const&) {
-        return badUsage(invocation, "the pattern " + shown(operands[1]) + " is not valid");
+        return badUsage(invocation, "the pattern " + quoteName(operands[1]) + " is not valid");
     }
     if (removed)
         return kExitSuccess;
-    if (!fs::isDirectory(directory))
-        return failure(invocation, shown(operands[0]) + " is missing or not a directory");
-    if (kelvo::filesystem::DirectoryIterator(directory) == kelvo::filesystem::DirectoryIterator())
-        return failure(invocation, shown(operands[0]) + " is empty: nothing to remove");
-    return failure(invocation, std::string("a matching entry could not be removed")
-                                   + (invocation.hasOption("-r") ? " (a link to a directory or a dangling link stops the removal)"
-                                                                 : " (a non-empty directory needs -r)"));
+    if (!stoppedAt.empty())
+        return reportFailure(invocation, "remove", stoppedAt,
+                             recursive ? "the removal stopped at a dangling link, a link to a directory or an "
+                                         "entry that changed while it ran"
+                                       : "a dangling link or a link to a directory is never removed");
+    if (recordedFailure())
+        return reportFailure(invocation, "list", operands[0], "");
+    // A directory listed without a failure, and no match was even tried: the
+    // library answers false for an empty one.
+    return failure(invocation, "nothing to remove: " + quoteName(operands[0]) + " is empty");
+
 }
 
 int runCopy(Invocation const& invocation)
@@ -234,28 +303,52 @@ int runCopy(Invocation const& invocation)
     Path const from(operands[0]);
     Path const to(operands[1]);
     bool const overwrite = invocation.hasOption("--overwrite");
-    std::string const what = "cannot copy " + shown(operands[0]) + " to " + shown(operands[1]) + ": ";
-    if (!fs::exists(from))
-        return failure(invocation, what + "the source does not exist");
-    if (fs::isDirectory(from)) {
+    startRecording();
+    FileType const type = fs::status(from).getType();
+    if (type == FileType::none)
+        return reportFailure(invocation, "copy", operands[0], "it does not exist");
+    if (type == FileType::directory) {
         if (!invocation.hasOption("-r"))
-            return failure(invocation, what + "the source is a directory (use -r)");
+            return failure(invocation, "cannot copy " + quoteName(operands[0]) + ": it is a directory (use -r)");
         if (fs::exists(to))
-            return failure(invocation, what + "the destination exists; a directory is never copied into an existing one");
+            return failure(invocation, "cannot copy to " + quoteName(operands[1])
+                                           + ": it exists, and a directory is never copied into an existing one");
+        startRecording();
         std::vector<Path> unreadable;
         bool const copied = fs::copyDirectory(from, to, true, unreadable);
-        reportUnreadable(invocation, unreadable, "its copy is empty");
-        if (!copied)
-            return failure(invocation, what + "some entries could not be copied (the others were)");
+        Failure const failed = recordedFailure();
+        // A directory that could not be listed is copied empty, and the copy
+        // still answers true.
+        reportUnreadable(invocation, unreadable, failed);
+        if (!copied) {
+            // The failure recorded last may be one of those just named, and
+            // the reason of the entry that failed lost with it.
+            if (failed && isNamed(failed, unreadable))
+                return failure(invocation, "cannot copy " + quoteName(operands[0])
+                                               + ": some entries could not be copied (the others were)");
+            return failure(invocation, transferFailureText("copy", failed, operands[0], operands[1],
+                                                           "the source or the destination changed meanwhile"));
+        }
+        // A read that fails ends a file's copy as its end does.
+        if (failed && isReading(failed.call))
+            return failure(invocation, failureText("copy", failed, operands[0], "") + " (what was read is kept)");
         if (!unreadable.empty())
-            return failure(invocation, what + "some directories could not be read (everything else was copied)");
+            return kExitNegative;
         return kExitSuccess;
     }
     if (!overwrite && fs::exists(to))
-        return failure(invocation, what + "the destination exists (use --overwrite)");
-    errno = 0;
-    if (!fs::copyFile(from, to, !overwrite))
-        return failure(invocation, what + systemReason(errno));
+        return failure(invocation, "cannot copy to " + quoteName(operands[1]) + ": it exists (use --overwrite)");
+    startRecording();
+    bool const copied = fs::copyFile(from, to, !overwrite);
+    Failure const failed = recordedFailure();
+    if (!copied)
+        return failure(invocation, transferFailureText("copy", failed, operands[0], operands[1],
+                                                       "the source or the destination changed meanwhile"));
+    // A read that fails ends the copy as the end of the file does, and the
+    // shortened copy is answered as a success: only the record tells.
+    if (failed && isReading(failed.call))
+        return failure(invocation, failureText("copy", failed, operands[0], "")
+                                       + " (" + quoteName(operands[1]) + " holds what was read before)");
     return kExitSuccess;
 }
 
@@ -266,16 +359,32 @@ int runMove(Invocation const& invocation)
         return badUsage(invocation, "needs FROM and TO");
     Path const from(operands[0]);
     Path const to(operands[1]);
-    std::string const what = "cannot move " + shown(operands[0]) + " to " + shown(operands[1]) + ": ";
+    startRecording();
     if (fs::symbolicLinkStatus(from).getType() == FileType::none)
-        return failure(invocation, what + "the source does not exist");
-    errno = 0;
+        return reportFailure(invocation, "move", operands[0], "it does not exist");
+    bool const destinationExisted = fs::symbolicLinkStatus(to).getType() != FileType::none;
+    startRecording();
     if (fs::move(from, to))
         return kExitSuccess;
-    int const error = errno;
-    if (fs::exists(to) && fs::exists(from))
-        return failure(invocation, what + "the destination exists and is on another file system, where it is never overwritten");
-    return failure(invocation, what + systemReason(error));
+    Failure const failed = recordedFailure();
+    // Across file systems the rename fails and a copy follows. When the copy
+    // made the destination and the source could not be removed after it
+    // (a socket is copied as an empty directory and cannot be removed as
+    // one), both are left: the message tells so.
+    bool const sourceRemains = fs::symbolicLinkStatus(from).getType() != FileType::none;
+    bool const destinationMade = !destinationExisted && fs::symbolicLinkStatus(to).getType() != FileType::none;
+    if (failed && isRemoving(failed.call) && !failed.path.empty()
+        && isWithin(failed.path.nativeString(), from.nativeString()) && sourceRemains && destinationMade)
+        return failure(invocation, "cannot remove " + quoteName(failed.path.nativeString()) + " after copying "
+                                       + quoteName(operands[0]) + " to " + quoteName(operands[1]) + ": "
+                                       + failed.error.message() + " (both are kept)");
+    // When nothing failed after the rename, the copy refused a destination
+    // that was there before.
+    if (failed && failed.error == std::errc::cross_device_link && destinationExisted)
+        return failure(invocation, "cannot move to " + quoteName(operands[1])
+                                       + ": it exists on another file system, where it is never overwritten");
+    return failure(invocation, transferFailureText("move", failed, operands[0], operands[1],
+                                                   "the source or the destination changed meanwhile"));
 }
 
 int runLink(Invocation const& invocation)
@@ -285,13 +394,10 @@ int runLink(Invocation const& invocation)
         return badUsage(invocation, "only symbolic links are made: give -s");
     if (operands.size() != 2)
         return badUsage(invocation, "needs TARGET and LINK");
-    errno = 0;
+    startRecording();
     if (fs::createSymbolicLink(Path(operands[0]), Path(operands[1])))
         return kExitSuccess;
-    int const error = errno;
-    if (fs::symbolicLinkStatus(Path(operands[1])).getType() != FileType::none)
-        return failure(invocation, "cannot make the link " + shown(operands[1]) + ": something exists there already");
-    return failure(invocation, "cannot make the link " + shown(operands[1]) + ": " + systemReason(error));
+    return reportFailure(invocation, "make link", operands[1], "the link was not made");
 }
 
 int runCompareFiles(Invocation const& invocation)
@@ -299,10 +405,24 @@ int runCompareFiles(Invocation const& invocation)
     std::vector<std::string> const operands = invocation.allOperands();
     if (operands.size() != 2)
         return badUsage(invocation, "needs two files");
-    int const trouble = checkOperands(invocation, operands[0], operands[1], false);
-    if (trouble >= 0)
-        return trouble;
-    return sameOrDifferent(fs::compareFiles(Path(operands[0]), Path(operands[1])), operands[0], operands[1]);
+    for (std::string const& operand : operands) {
+        if (!checkOperand(invocation, operand, false))
+            return kExitTrouble;
+    }
+    startRecording();
+    bool const same = fs::compareFiles(Path(operands[0]), Path(operands[1]));
+    // Files of the same size that cannot be opened or read compare equal:
+    // the record tells that the answer is no answer.
+    Failure const trouble = hiddenReadFailure(recordedFailure());
+    if (trouble) {
+        if (trouble.path.empty())
+            failure(invocation, "cannot compare " + quoteName(operands[0]) + " and " + quoteName(operands[1]) + ": "
+                                    + trouble.error.message());
+        else
+            failure(invocation, failureText(isOpening(trouble.call) ? "open" : "read", trouble, operands[0], ""));
+        return kExitTrouble;
+    }
+    return sameOrDifferent(same, operands[0], operands[1]);
 }
 
 int runCompareTrees(Invocation const& invocation)
@@ -310,15 +430,26 @@ int runCompareTrees(Invocation const& invocation)
     std::vector<std::string> const operands = invocation.allOperands();
     if (operands.size() != 2)
         return badUsage(invocation, "needs two directories");
-    int const trouble = checkOperands(invocation, operands[0], operands[1], true);
-    if (trouble >= 0)
-        return trouble;
+    for (std::string const& operand : operands) {
+        if (!checkOperand(invocation, operand, true))
+            return kExitTrouble;
+    }
+    startRecording();
     std::vector<Path> unreadable;
     bool const same = fs::compareDirectories(Path(operands[0]), Path(operands[1]), unreadable);
-    reportUnreadable(invocation, unreadable, "compared as empty");
-    if (same && !unreadable.empty())
-        return failure(invocation, shown(operands[0]) + " and " + shown(operands[1])
-                                       + " are the same only as far as they could be read");
+    // A directory that cannot be listed counts as empty and a file that
+    // cannot be opened compares by its size: the answer is then no answer.
+    Failure const failed = recordedFailure();
+    reportUnreadable(invocation, unreadable, failed);
+    Failure const trouble = hiddenReadFailure(failed);
+    if (trouble && !isNamed(trouble, unreadable))
+        failure(invocation, failureText(isOpening(trouble.call) ? "open" : "read", trouble, operands[0], ""));
+    if (!unreadable.empty() || trouble) {
+        // A difference found before is still one.
+        if (!same)
+            sameOrDifferent(same, operands[0], operands[1]);
+        return kExitTrouble;
+    }
     return sameOrDifferent(same, operands[0], operands[1]);
 }
 

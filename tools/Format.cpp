@@ -7,6 +7,7 @@
 #include <ctime>
 #include <iomanip>
 #include <iostream>
+#include <system_error>
 
 namespace kelvo::tool {
 
@@ -72,21 +73,21 @@ int failure(Invocation const& invocation, std::string const& message)
     return kExitNegative;
 }
 
-std::string reasonText(int error, char const* fallback)
+std::string reasonText(int error)
 {
-    return error == 0 ? std::string(fallback) : std::string(std::strerror(error));
+    return std::error_code(error, std::generic_category()).message();
 }
 
 namespace {
 
-// The one escaping of names: see escapeName. `quoted` also escapes the
-// double quote, for values shown between double quotes.
-std::string escaped(String const& text, bool quoted)
+// The one escaping of names: see escapeName. `quote`, when not 0, is the
+// quotation mark the value is shown between, escaped too.
+std::string escaped(String const& text, char32_t quote)
 {
     std::string out;
     out.reserve(text.size());
     for (char32_t c : text) {
-        if (c == U'\\' || (quoted && c == U'"')) {
+        if (c == U'\\' || (quote != 0 && c == quote)) {
             out += '\\';
             out += static_cast<char>(c);
         } else if (c < 0x20 || c == 0x7F) {
@@ -111,12 +112,45 @@ std::string escaped(String const& text, bool quoted)
 
 std::string escapeName(std::string const& bytes)
 {
-    return escaped(String(bytes), false);
+    return escaped(String(bytes), 0);
 }
 
 std::string quoteName(std::string const& bytes)
 {
-    return "'" + escapeName(bytes) + "'";
+    return "'" + escaped(String(bytes), U'\'') + "'";
+}
+
+bool isMarkedName(std::string const& bytes)
+{
+    String const text(bytes);
+    // Bytes that are not UTF-8 come back from the native form as themselves,
+    // so escaping, not composition, tells them.
+    return escapeName(bytes) != bytes || text.toNativeString() != bytes || bytes.find('\'') != std::string::npos;
+}
+
+void startRecording()
+{
+    kelvo::filesystem::clearLastFailure();
+}
+
+kelvo::filesystem::Failure recordedFailure()
+{
+    return kelvo::filesystem::lastFailure();
+}
+
+std::string failureText(std::string const& verb, kelvo::filesystem::Failure const& failed,
+                        std::string const& fallbackPath, std::string const& ownReason)
+{
+    if (!failed)
+        return "cannot " + verb + " " + quoteName(fallbackPath) + ": " + ownReason;
+    std::string const path = failed.path.empty() ? fallbackPath : failed.path.nativeString();
+    return "cannot " + verb + " " + quoteName(path) + ": " + failed.error.message();
+}
+
+int reportFailure(Invocation const& invocation, std::string const& verb, std::string const& fallbackPath,
+                  std::string const& ownReason)
+{
+    return failure(invocation, failureText(verb, recordedFailure(), fallbackPath, ownReason));
 }
 
 nlohmann::ordered_json jsonName(std::string const& bytes)
@@ -160,7 +194,7 @@ std::string quoteBytes(std::string const& bytes)
 
 std::string quoteText(String const& text)
 {
-    return "\"" + escaped(text, true) + "\"";
+    return "\"" + escaped(text, U'"') + "\"";
 }
 
 std::string typeName(FileType type)

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iostream>
 #include <optional>
+#include <system_error>
 #include <thread>
 
 namespace kelvo::tool {
@@ -61,19 +62,25 @@ int runLock(Invocation const& invocation)
     // next time without locking anything, so every attempt takes a new one.
     std::optional<FileLock> lock;
     for (;;) {
-        errno = 0;
-        if (!fs::exists(file))
-            return failure(invocation, "cannot lock " + quoteName(text) + ": " + reasonText(errno, "does not exist"));
-        if (fs::isDirectory(file))
+        startRecording();
+        fs::FileType const type = fs::status(file).getType();
+        if (type == fs::FileType::none)
+            return reportFailure(invocation, "lock", text, "it does not exist");
+        if (type == fs::FileType::directory)
             return failure(invocation, "cannot lock " + quoteName(text) + ": " + reasonText(EISDIR));
         lock.emplace();
-        errno = 0;
+        startRecording();
         if (lock->lockFile(file))
             break;
-        int const error = errno;
+        kelvo::filesystem::Failure const failed = recordedFailure();
         lock.reset();
-        if (error != EWOULDBLOCK && error != EAGAIN && error != EINTR)
-            return failure(invocation, "cannot lock " + quoteName(text) + ": " + reasonText(error));
+        // Only a lock held by another holder is waited for.
+        bool const held = failed
+                          && (failed.error == std::errc::operation_would_block
+                              || failed.error == std::errc::resource_unavailable_try_again
+                              || failed.error == std::errc::interrupted);
+        if (!held)
+            return failure(invocation, failureText("lock", failed, text, "it cannot be locked"));
         if (!wait)
             return failure(invocation, "cannot lock " + quoteName(text) + ": it is locked by another holder");
         if (deadline && std::chrono::steady_clock::now() >= *deadline)

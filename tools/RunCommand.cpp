@@ -50,6 +50,8 @@ int runCommand(Invocation const& invocation, std::vector<std::string> const& com
         arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
 
+    // Made before the fork, as every message names a command.
+    std::string const prefix = "kelvo-fs " + invocation.name + ": cannot run " + quoteName(command[0]) + ": ";
     std::cout.flush();
     std::cerr.flush();
     pid_t child = ::fork();
@@ -64,8 +66,7 @@ int runCommand(Invocation const& invocation, std::vector<std::string> const& com
         int error = errno;
         if (error == EACCES && !commandExistsInPath(command[0]))
             error = ENOENT; // only directories of PATH were closed: the command is not there
-        std::string message = "kelvo-fs " + invocation.name + ": cannot run '" + command[0]
-            + "': " + std::strerror(error) + "\n";
+        std::string const message = prefix + std::strerror(error) + "\n";
         ssize_t ignored = ::write(STDERR_FILENO, message.data(), message.size());
         (void)ignored;
         ::_exit(error == ENOENT ? kExitCommandNotFound : kExitCommandNotExecutable);

@@ -3,7 +3,6 @@
 #include "Json.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <iostream>
 #include <optional>
 
@@ -28,6 +27,25 @@ void printStatField(std::string const& label, std::string const& value)
     std::string labelText = label + ":";
     labelText.resize(std::max<std::size_t>(labelText.size(), kStatLabelWidth), ' ');
     std::cout << labelText << value << '\n';
+}
+
+/// @returns the JSON array of the bytes `bytes`, each a number from 0 to 255:
+/// the exact native bytes, which the escaped name shows only as far as text can.
+nlohmann::ordered_json jsonBytes(std::string const& bytes)
+{
+    nlohmann::ordered_json array = nlohmann::ordered_json::array();
+    for (char c : bytes)
+        array.push_back(static_cast<unsigned int>(static_cast<unsigned char>(c)));
+    return array;
+}
+
+/// @returns the name as a listing shows it: as `escapeName` shows it, or
+/// quoted as `quoteName` quotes it when `isMarkedName` (not composed, not
+/// UTF-8, escaped or holding a quote), so that two names whose texts differ
+/// only in composition never look the same.
+std::string listedName(std::string const& bytes)
+{
+    return isMarkedName(bytes) ? quoteName(bytes) : escapeName(bytes);
 }
 
 /// @returns `value` when it is known, else JSON's null.
@@ -133,6 +151,7 @@ void printRows(std::vector<Row> const& rows, ListOptions const& options)
         for (Row const& row : rows) {
             nlohmann::ordered_json line;
             line["name"] = jsonName(row.name);
+            line["native"] = jsonBytes(row.name);
             line["path"] = jsonName(row.path);
             line["type"] = typeName(row.type);
             line["target"] = row.isLink ? jsonName(row.target) : nlohmann::ordered_json();
@@ -146,7 +165,7 @@ void printRows(std::vector<Row> const& rows, ListOptions const& options)
     }
     if (!options.longForm) {
         for (Row const& row : rows)
-            std::cout << escapeName(row.name) << '\n';
+            std::cout << listedName(row.name) << '\n';
         return;
     }
     std::vector<std::string> sizes;
@@ -162,9 +181,9 @@ void printRows(std::vector<Row> const& rows, ListOptions const& options)
     for (std::size_t i = 0; i < rows.size(); ++i) {
         Row const& row = rows[i];
         std::cout << modeText(row) << ' ' << std::string(sizeWidth - sizes[i].size(), ' ') << sizes[i] << ' '
-                  << times[i] << std::string(timeWidth - times[i].size(), ' ') << ' ' << escapeName(row.name);
+                  << times[i] << std::string(timeWidth - times[i].size(), ' ') << ' ' << listedName(row.name);
         if (row.isLink)
-            std::cout << " -> " << escapeName(row.target);
+            std::cout << " -> " << listedName(row.target);
         std::cout << '\n';
     }
 }
@@ -190,11 +209,10 @@ bool listDirectory(Invocation const& invocation, std::string const& text, ListOp
                    std::vector<Row>& rows)
 {
     Path const directory(text);
-    errno = 0;
+    startRecording();
     DirectoryIterator listing(directory);
-    int const error = errno;
     if (!listing.canIterate()) {
-        failure(invocation, "cannot open directory " + quoteName(text) + ": " + reasonText(error));
+        reportFailure(invocation, "open directory", text, "it cannot be listed");
         return false;
     }
     if (options.all) {
@@ -228,10 +246,12 @@ int runStat(Invocation const& invocation)
     bool first = true;
     for (std::string const& text : paths) {
         Path path(text);
-        errno = 0;
-        bool const found = fs::exists(path);
-        int const error = errno;
+        startRecording();
         fs::FileStatus followed = fs::status(path);
+        kelvo::filesystem::Failure const failed = recordedFailure();
+        bool const found = followed.getType() != FileType::none;
+        std::string const own = "it does not exist";
+        std::string const reason = failed ? failed.error.message() : own;
         fs::FileStatus itself = fs::symbolicLinkStatus(path);
         std::int64_t const size = found ? fs::fileSize(path) : -1;
         FileTime const modified = fs::getModificationTime(path);
@@ -239,19 +259,24 @@ int runStat(Invocation const& invocation)
         if (json) {
             nlohmann::ordered_json line;
             line["path"] = jsonName(text);
+            line["native"] = jsonBytes(path.nativeString());
             line["exists"] = found;
             line["status"] = typeName(followed.getType());
             line["symbolicLinkStatus"] = typeName(itself.getType());
             line["permissions"] = orNull(knownPermissions, permissionsText(followed.getPermissions()));
             line["size"] = orNull(found, size);
             line["modified"] = orNull(found, timeText(modified));
-            line["error"] = orNull(!found, reasonText(error, "does not exist"));
+            line["error"] = orNull(!found, reason);
             printJsonLine(std::cout, line);
         } else {
             if (!first)
                 std::cout << '\n';
             first = false;
             printStatField("path", quoteText(kelvo::unicode::String(text)));
+            // The text alone does not tell a name from its other compositions,
+            // nor show every byte: the exact bytes then follow.
+            if (isMarkedName(path.nativeString()))
+                printStatField("native", quoteBytes(path.nativeString()));
             printStatField("status", typeName(followed.getType()));
             printStatField("symbolicLinkStatus", typeName(itself.getType()));
             // The access bits of a link are those of what it points to.
@@ -260,7 +285,7 @@ int runStat(Invocation const& invocation)
             printStatField("modified", found ? timeText(modified) : "unknown");
         }
         if (!found)
-            result = failure(invocation, "cannot stat " + quoteName(text) + ": " + reasonText(error, "does not exist"));
+            result = failure(invocation, failureText("stat", failed, text, own));
     }
     return result;
 }
@@ -281,9 +306,9 @@ int runList(Invocation const& invocation)
     std::vector<std::string> directories;
     for (std::string const& text : operands) {
         Path const path(text);
-        errno = 0;
+        startRecording();
         fs::FileStatus const status = fs::status(path);
-        int error = errno;
+        kelvo::filesystem::Failure const failed = recordedFailure();
         if (status.getType() == FileType::directory) {
             directories.push_back(text);
             continue;
@@ -292,7 +317,7 @@ int runList(Invocation const& invocation)
             // A dangling link is still there to be shown.
             Row row;
             if (!describeLink(path, row)) {
-                result = failure(invocation, "cannot access " + quoteName(text) + ": " + reasonText(error));
+                result = failure(invocation, failureText("access", failed, text, "it does not exist"));
                 continue;
             }
         }
@@ -315,7 +340,7 @@ int runList(Invocation const& invocation)
         if (headings) {
             if (printedGroup)
                 std::cout << '\n';
-            std::cout << escapeName(text) << ":\n";
+            std::cout << listedName(text) << ":\n";
         }
         printedGroup = true;
         printRows(rows, options);
@@ -327,11 +352,13 @@ int runCurrentDirectory(Invocation const& invocation)
 {
     if (!invocation.allOperands().empty())
         return badUsage(invocation, "takes no arguments");
-    errno = 0;
+    startRecording();
     Path directory = kelvo::filesystem::getCurrentDirectory();
-    int const error = errno;
-    if (directory.empty())
-        return failure(invocation, "cannot find the current directory: " + reasonText(error));
+    if (directory.empty()) {
+        kelvo::filesystem::Failure const failed = recordedFailure();
+        return failure(invocation, "cannot find the current directory: "
+                                       + (failed ? failed.error.message() : std::string("it has no path")));
+    }
     std::cout << escapeName(directory.nativeString()) << '\n';
     return kExitSuccess;
 }

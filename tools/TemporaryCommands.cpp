@@ -88,9 +88,9 @@ private:
             try {
                 // Taking it again rewrites the file: that is the heartbeat.
                 if (!fileMutex.try_lock())
-                    problem = file + ": another process took the mutex over while the command ran";
+                    problem = quoteName(file) + ": another process took the mutex over while the command ran";
             } catch (std::logic_error const& error) {
-                problem = file + ": " + error.what();
+                problem = quoteName(file) + ": " + error.what();
             }
             if (!problem.empty() && !warned) {
                 failure(invocation, problem);
@@ -130,11 +130,11 @@ int runMutex(Invocation const& invocation)
     try {
         if (!mutex.try_lock()) {
             if (::isatty(STDERR_FILENO) == 1)
-                std::cerr << "kelvo-fs mutex: waiting for " << file << ", which another process holds...\n";
+                std::cerr << "kelvo-fs mutex: waiting for " << quoteName(file) << ", which another process holds...\n";
             mutex.lock();
         }
     } catch (std::logic_error const& error) {
-        return failure(invocation, file + ": " + error.what());
+        return failure(invocation, quoteName(file) + ": " + error.what());
     }
 
     int status = 0;
@@ -152,7 +152,7 @@ int runMutex(Invocation const& invocation)
     try {
         mutex.unlock();
     } catch (std::logic_error const& error) {
-        failure(invocation, file + ": " + error.what());
+        failure(invocation, quoteName(file) + ": " + error.what());
     }
     if (status < 0)
         return failure(invocation, std::string("cannot run the command: ") + std::strerror(runError));
@@ -183,10 +183,13 @@ int runInTemporaryDirectory(Invocation const& invocation)
     if (!readSeconds(invocation, "--max-age", maxAge))
         return badUsage(invocation, "--max-age expects a whole number of seconds");
 
+    startRecording();
     TemporaryDirectory directory{kelvo::unicode::String(prefix), std::chrono::seconds(maxAge)};
     Path const made = directory.get();
+    kelvo::filesystem::Failure const failed = recordedFailure();
     if (!kelvo::filesystem::isDirectory(made))
-        return failure(invocation, "cannot create " + made.nativeString());
+        return failure(invocation, failureText("make directory", failed, made.nativeString(),
+                                               "the temporary directory was not made"));
     if (::setenv("TMPDIR", made.nativeString().c_str(), 1) != 0)
         return failure(invocation, std::string("cannot set TMPDIR: ") + std::strerror(errno));
     int const status = runCommand(invocation, invocation.afterSeparator);

@@ -21,8 +21,8 @@ extern char const kResolveUsage[] =
     "Removes the \".\" and \"..\" elements of PATH. Each leading part that exists\n"
     "on disk is replaced by its real path as the walk goes, so \"..\" after a\n"
     "symbolic link goes to the parent of its target; past it the rest is taken\n"
-    "as text, and a \"..\" with nothing before it is dropped. Prints the result's\n"
-    "bytes (an empty line for an empty result, as for \"/..\").\n";
+    "as text, and a \"..\" with nothing before it is dropped. Prints the result\n"
+    "(an empty line for an empty result, as for \"/..\").\n";
 
 extern char const kCanonicalUsage[] =
     "Usage: kelvo-fs canonical PATH\n"
@@ -99,13 +99,15 @@ extern char const kFixCaseUsage[] =
     "Prints the spelling of PATH as it is on disk, finding each element in its\n"
     "directory's listing whatever its letter case and Unicode composition. An\n"
     "existing PATH, and existing directories above it, are trusted unless --all\n"
-    "is given. Exit status 1 when no spelling is found.\n";
+    "is given. The spelling is shown as every name is: a byte that is not UTF-8\n"
+    "and a control character as \\xHH. Exit status 1 when no spelling is found.\n";
 
 namespace {
 
+/// Prints the bytes of `path` as every command shows a name.
 int printPath(Path const& path)
 {
-    std::cout << path.nativeString() << '\n';
+    std::cout << escapeName(path.nativeString()) << '\n';
     return kExitSuccess;
 }
 
@@ -129,9 +131,10 @@ int runCanonical(Invocation const& invocation)
     if (!hasOperands(invocation, 1))
         return badUsage(invocation, "expects one PATH");
     std::string const text = invocation.allOperands()[0];
+    startRecording();
     Path const result = fs::canonical(Path(text));
     if (result.empty())
-        return failure(invocation, quoteBytes(text) + " cannot be resolved");
+        return reportFailure(invocation, "resolve", text, "it has no real path");
     return printPath(result);
 }
 
@@ -193,7 +196,7 @@ int runElide(Invocation const& invocation)
     errno = 0;
     unsigned long long const value = std::strtoull(width->c_str(), &end, 10);
     if (width->empty() || *end != '\0' || (*width)[0] == '-' || errno == ERANGE || value > 0xFFFFFFFFull)
-        return badUsage(invocation, "the width must be a number from 0 to 4294967295, not " + quoteBytes(*width));
+        return badUsage(invocation, "the width must be a number from 0 to 4294967295, not " + quoteName(*width));
     std::string const* ellipsis = invocation.optionValue("--ellipsis");
     String const result = fs::generateElidedPath(Path(invocation.allOperands()[0]), static_cast<unsigned long>(value),
                                                  String(ellipsis ? *ellipsis : std::string("...")));
@@ -211,12 +214,12 @@ int runGlob(Invocation const& invocation)
     try {
         for (std::size_t i = 1; i < operands.size(); ++i) {
             if (fs::matchesGlobPattern(Path(operands[i]), pattern)) {
-                std::cout << operands[i] << '\n';
+                std::cout << escapeName(operands[i]) << '\n';
                 matched = true;
             }
         }
     } catch (std::regex_error const& error) {
-        badUsage(invocation, "the pattern " + quoteBytes(operands[0]) + " is not a valid expression: " + error.what());
+        badUsage(invocation, "the pattern " + quoteName(operands[0]) + " is not a valid expression: " + error.what());
         return kExitBadUsage;
     }
     return matched ? kExitSuccess : kExitNegative;
@@ -227,8 +230,10 @@ int runFixCase(Invocation const& invocation)
     if (!hasOperands(invocation, 1))
         return badUsage(invocation, "expects one PATH");
     Path path(invocation.allOperands()[0]);
+    // An element with no match is an answer, not a failure of a call.
     if (!fs::correctFileCaseAndComposition(path, invocation.hasOption("--all")))
-        return failure(invocation, "no spelling of " + quoteBytes(invocation.allOperands()[0]) + " is on disk");
+        return failure(invocation, "cannot find " + quoteName(invocation.allOperands()[0])
+                                       + ": no spelling of it is on disk");
     return printPath(path);
 }
 
