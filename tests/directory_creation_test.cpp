@@ -22,19 +22,6 @@ namespace fs = kelvo::filesystem;
 
 class DirectoryCreation : public ScratchDirectory {};
 
-/// The most a walk down a long path may add to the peak resident memory.
-constexpr long long kMemoryBoundKiB = 64 * 1024;
-
-/// @returns `piece` written `times` times over.
-std::string repeated(std::string const& piece, int times)
-{
-    std::string out;
-    out.reserve(piece.size() * static_cast<std::size_t>(times));
-    for (int i = 0; i < times; ++i)
-        out += piece;
-    return out;
-}
-
 /// Checks what a walk down `base` followed by "/" `name` many times over
 /// leaves when the path is longer than the system accepts: every level whose
 /// path the system accepts (shorter than PATH_MAX) is a directory, and the

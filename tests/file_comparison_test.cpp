@@ -241,24 +241,6 @@ TEST_F(FileComparison, LinksInTheTreeAreComparedAsWhatTheyName)
     EXPECT_FALSE(fs::compareDirectories(path("a"), path("b")));
 }
 
-/// Names chosen to break transitivity of the tolerant ordering: the same
-/// letters in many case mixes, and lengths that interleave.
-std::vector<std::string> adversarialNames(std::size_t count)
-{
-    std::vector<std::string> names;
-    std::mt19937 random(12345);
-    std::string const letters = "aAbBcC_zZ";
-    while (names.size() < count) {
-        std::size_t const length = 1 + random() % 6;
-        std::string name;
-        for (std::size_t i = 0; i < length; ++i)
-            name.push_back(letters[random() % letters.size()]);
-        name += std::to_string(names.size() % 97);
-        names.push_back(name + "_" + std::to_string(names.size()));
-    }
-    return names;
-}
-
 TEST_F(FileComparison, TreesOfTenThousandAdversarialNamesCompareEqualAndUnequal)
 {
     makeDirectory("a");

@@ -28,10 +28,12 @@ using kelvo::testing::ChildMeasure;
 using kelvo::testing::firstFailure;
 using kelvo::testing::kBodyThrew;
 using kelvo::testing::kChildDidNotExit;
+using kelvo::testing::kMemoryBoundKiB;
 using kelvo::testing::kSanitizerHeldKiB;
 using kelvo::testing::kScratchUnreachable;
 using kelvo::testing::kThreadNotStarted;
 using kelvo::testing::measureInChild;
+using kelvo::testing::repeated;
 using kelvo::testing::runInChild;
 using kelvo::testing::runOnSmallStack;
 using kelvo::testing::unprivilegedSkipReason;
@@ -52,19 +54,6 @@ std::string readByDirectProbe(std::string const& path)
     ssize_t got = ::read(fd, buffer, sizeof buffer);
     ::close(fd);
     return got < 0 ? "<cannot read>" : std::string(buffer, static_cast<std::size_t>(got));
-}
-
-/// The most a walk down a long path may add to the peak resident memory.
-constexpr long long kMemoryBoundKiB = 64 * 1024;
-
-/// @returns `piece` written `times` times over.
-std::string repeated(std::string const& piece, int times)
-{
-    std::string out;
-    out.reserve(piece.size() * static_cast<std::size_t>(times));
-    for (int i = 0; i < times; ++i)
-        out += piece;
-    return out;
 }
 
 /// A chain of directories named `name` below `base`, as deep as the system

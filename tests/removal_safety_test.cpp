@@ -4,6 +4,7 @@
 
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
+#include "support/ResourceProbes.h"
 #include "support/ScratchDirectory.h"
 
 #include <atomic>
@@ -93,33 +94,6 @@ bool makeChain(std::string const& top, int depth, bool withFiles)
     }
     ::close(descriptor);
     return true;
-}
-
-// Runs `body` on a new thread whose stack is `stackSize` bytes and waits
-// for it. @returns what `body` returned; -1 when the thread could not start.
-int runOnThreadWithStack(std::size_t stackSize, std::function<int()> body)
-{
-    struct Call {
-        std::function<int()> body;
-        int result = -1;
-        static void* run(void* argument)
-        {
-            auto* call = static_cast<Call*>(argument);
-            call->result = call->body();
-            return nullptr;
-        }
-    } call{std::move(body)};
-    pthread_attr_t attributes;
-    if (::pthread_attr_init(&attributes) != 0)
-        return -1;
-    pthread_t thread;
-    bool const started = ::pthread_attr_setstacksize(&attributes, stackSize) == 0
-                         && ::pthread_create(&thread, &attributes, &Call::run, &call) == 0;
-    ::pthread_attr_destroy(&attributes);
-    if (!started)
-        return -1;
-    ::pthread_join(thread, nullptr);
-    return call.result;
 }
 
 // Makes a listening-capable socket file at `name` in the working directory.
@@ -631,7 +605,7 @@ protected:
     {
         if (::mkdir(top.c_str(), 0755) != 0 || !makeChain(top, kDepth, true))
             return 10;
-        int const answer = runOnThreadWithStack(kStackSize, [&] { return removal(Path(top)) ? 1 : 0; });
+        int const answer = runOnSmallStack([&] { return removal(Path(top)) ? 1 : 0; }, kStackSize);
         return firstFailure({answer == 1, !existsByDirectProbe(top)});
     }
 

@@ -1,6 +1,8 @@
 // Tests of the sort that stays inside its range under any ordering, the tolerant path ordering included.
 #include "filesystem/path/SafeSort.h"
 
+#include "support/FileTrees.h"
+
 #include <kelvo/filesystem/Path.h>
 
 #include <gtest/gtest.h>
@@ -13,25 +15,9 @@
 
 namespace {
 
-using kelvo::filesystem::Path;
+using kelvo::testing::adversarialNames;
 
-/// Names chosen to break transitivity of the tolerant ordering: the same
-/// letters in many case mixes, and lengths that interleave.
-std::vector<std::string> adversarialNames(std::size_t count)
-{
-    std::vector<std::string> names;
-    std::mt19937 random(12345);
-    std::string const letters = "aAbBcC_zZ";
-    while (names.size() < count) {
-        std::size_t const length = 1 + random() % 6;
-        std::string name;
-        for (std::size_t i = 0; i < length; ++i)
-            name.push_back(letters[random() % letters.size()]);
-        name += std::to_string(names.size() % 97);
-        names.push_back(name + "_" + std::to_string(names.size()));
-    }
-    return names;
-}
+using kelvo::filesystem::Path;
 
 TEST(SafeSort, TenThousandAdversarialMixedCasePathsSortWithoutLeavingTheRange)
 {

@@ -48,29 +48,6 @@ protected:
 
 bool contains(std::string const& text, std::string const& piece) { return text.find(piece) != std::string::npos; }
 
-/// Runs `body` in a forked child of its own process group that is killed,
-/// with every process it started, when it has not finished after `seconds`.
-/// @returns the child's exit status, or `kChildDidNotExit` when it was
-/// killed or died.
-int runBounded(unsigned seconds, std::function<int()> const& body)
-{
-    pid_t const child = ::fork();
-    if (child < 0)
-        return kChildDidNotExit;
-    if (child == 0) {
-        ::setpgid(0, 0);
-        struct sigaction action = {};
-        action.sa_handler = [](int) { ::kill(0, SIGKILL); };
-        ::sigaction(SIGALRM, &action, nullptr);
-        ::alarm(seconds);
-        ::_exit(body());
-    }
-    int status = 0;
-    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status))
-        return kChildDidNotExit;
-    return WEXITSTATUS(status);
-}
-
 /// What a run of the tool from a measuring child gave.
 struct MeasuredRun {
     int exitStatus = -1;      ///< the tool's exit status, -1 when unknown

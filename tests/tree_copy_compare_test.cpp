@@ -3,6 +3,7 @@
 
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
+#include "support/ResourceProbes.h"
 #include "support/ScratchDirectory.h"
 
 #include <algorithm>
@@ -36,54 +37,6 @@ namespace fs = kelvo::filesystem;
 constexpr off_t kSpecialFileLimit = 16 * 1024 * 1024;
 
 // ---- Helpers: processes, stacks, deep trees ------------------------------------------
-
-/// Runs `body` in a forked child of its own process group that is killed,
-/// with everything it started, when it has not finished after `seconds`.
-/// @returns the child's exit status, or `kChildDidNotExit` when it was
-/// killed or died.
-int runBounded(unsigned seconds, std::function<int()> const& body)
-{
-    pid_t const child = ::fork();
-    if (child < 0)
-        return kChildDidNotExit;
-    if (child == 0) {
-        ::setpgid(0, 0);
-        struct sigaction action = {};
-        action.sa_handler = [](int) { ::kill(0, SIGKILL); };
-        ::sigaction(SIGALRM, &action, nullptr);
-        ::alarm(seconds);
-        ::_exit(body());
-    }
-    int status = 0;
-    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status))
-        return kChildDidNotExit;
-    return WEXITSTATUS(status);
-}
-
-/// Runs `body` on a new thread whose stack is `stackSize` bytes.
-/// @returns what `body` returned, or -1 when the thread could not be made.
-int runOnStackOf(std::size_t stackSize, std::function<int()> body)
-{
-    struct Call {
-        std::function<int()> body;
-        int result = -1;
-    } call{std::move(body)};
-    pthread_attr_t attributes;
-    if (::pthread_attr_init(&attributes) != 0)
-        return -1;
-    pthread_t thread;
-    bool const made = ::pthread_attr_setstacksize(&attributes, stackSize) == 0
-        && ::pthread_create(&thread, &attributes, [](void* argument) -> void* {
-               Call* const running = static_cast<Call*>(argument);
-               running->result = running->body();
-               return nullptr;
-           }, &call) == 0;
-    ::pthread_attr_destroy(&attributes);
-    if (!made)
-        return -1;
-    ::pthread_join(thread, nullptr);
-    return call.result;
-}
 
 constexpr std::size_t kSmallStack = 256 * 1024;
 
@@ -410,12 +363,12 @@ void copyAndCompareThirtyThousandLevels(std::string const& scratch, bool unprivi
     ASSERT_TRUE(makeChain(b, kDepth, false, "bottoM"));
 
     auto const body = [&] {
-        return runOnStackOf(kSmallStack, [&] {
+        return runOnSmallStack([&] {
             return firstFailure({fs::copyDirectory(Path(a), Path(copy), true),
                                  fs::compareDirectories(Path(a), Path(copy)),
                                  !fs::compareDirectories(Path(a), Path(b)),
                                  !fs::compareDirectories(Path(copy), Path(b))});
-        });
+        }, kSmallStack);
     };
     int const result = unprivileged ? runUnprivileged([&] { return runBounded(600, body); })
                                     : runBounded(600, body);

@@ -6,6 +6,7 @@
 #include <kelvo/filesystem/Path.h>
 
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <initializer_list>
 #include <string>
@@ -152,6 +153,30 @@ int runInChild(Body body)
         return kChildDidNotExit;
     if (child == 0)
         ::_exit(body());
+    int status = 0;
+    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return kChildDidNotExit;
+    return WEXITSTATUS(status);
+}
+
+/// Runs `body` in a forked child of its own process group that is killed,
+/// with every process it started, when it has not finished after `seconds`.
+/// @returns the child's exit status, or `kChildDidNotExit` when it was
+/// killed or died.
+template <typename Body>
+int runBounded(unsigned seconds, Body body)
+{
+    pid_t const child = ::fork();
+    if (child < 0)
+        return kChildDidNotExit;
+    if (child == 0) {
+        ::setpgid(0, 0);
+        struct sigaction action = {};
+        action.sa_handler = [](int) { ::kill(0, SIGKILL); };
+        ::sigaction(SIGALRM, &action, nullptr);
+        ::alarm(seconds);
+        ::_exit(body());
+    }
     int status = 0;
     if (::waitpid(child, &status, 0) != child || !WIFEXITED(status))
         return kChildDidNotExit;

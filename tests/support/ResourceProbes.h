@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <string>
+
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -18,6 +20,19 @@ namespace kelvo::testing {
 /// The stack of the small-stack threads: walks must not need more, however
 /// deep the path.
 inline constexpr std::size_t kSmallStackBytes = 256 * 1024;
+
+/// The most a walk down a long path may add to the peak resident memory.
+inline constexpr long long kMemoryBoundKiB = 64 * 1024;
+
+/// @returns `piece` written `times` times over.
+inline std::string repeated(std::string const& piece, int times)
+{
+    std::string out;
+    out.reserve(piece.size() * static_cast<std::size_t>(times));
+    for (int i = 0; i < times; ++i)
+        out += piece;
+    return out;
+}
 
 /// What `runOnSmallStack` returns when the thread could not be started.
 inline constexpr int kThreadNotStarted = 122;
