@@ -286,9 +286,9 @@ bool TreeComparison::compareSubdirectories(ListedName const& a, ListedName const
                                            posix::ObjectInformation const& informationB)
 {
     Entered const enteredA = sideA.stack.enter(a.bytes.c_str(), a.mayFollow);
-    int const errorA = errno;
+    bool const goneA = enteredA == Entered::failed && posix::lastFailureReason() == posix::FailureReason::missing;
     Entered const enteredB = sideB.stack.enter(b.bytes.c_str(), b.mayFollow);
-    int const errorB = errno;
+    bool const goneB = enteredB == Entered::failed && posix::lastFailureReason() == posix::FailureReason::missing;
     CompareLevel level;
     level.enteredA = enteredA == Entered::entered;
     level.enteredB = enteredB == Entered::entered;
@@ -311,7 +311,7 @@ bool TreeComparison::compareSubdirectories(ListedName const& a, ListedName const
         undo();
         return same;
     }
-    if ((enteredA == Entered::failed && errorA == ENOENT) || (enteredB == Entered::failed && errorB == ENOENT)) {
+    if (goneA || goneB) {
         undo(); // gone since it was listed: a missing directory is unequal
         return false;
     }

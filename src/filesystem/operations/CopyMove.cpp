@@ -315,7 +315,7 @@ bool TreeCopy::copySubdirectory(std::string const& name, bool followLink)
         // never end, so the entry fails and nothing is made for it.
         return false;
     case Entered::failed:
-        if (errno == ENOENT)
+        if (posix::lastFailureReason() == posix::FailureReason::missing)
             return false; // gone since it was listed
         // A directory that cannot be opened lists nothing: its copy is an
         // empty directory.

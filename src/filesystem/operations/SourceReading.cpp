@@ -1,6 +1,7 @@
 // Sources opened without waiting on them, and read with a bound when they are FIFOs or devices.
 #include "filesystem/operations/SourceReading.h"
 
+#include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/Waiting.h"
 
 #include <algorithm>
@@ -13,14 +14,15 @@ namespace {
 
 bool isRegular(std::uint32_t mode) noexcept { return posix::kindOf(mode) == posix::ObjectKind::regularFile; }
 
-bool wouldBlock(int error) noexcept { return error == EAGAIN || error == EWOULDBLOCK; }
+// After a wrapper reported a failure: whether it would have had to wait.
+bool wouldBlock() noexcept { return posix::lastFailureReason() == posix::FailureReason::wouldBlock; }
 
 } // namespace
 
 int openSource(int directory, char const* name, bool followLink, posix::ObjectInformation& information) noexcept
 {
     int descriptor = posix::openAt(directory, name, posix::OpenIntent::readSource, followLink);
-    if (descriptor < 0 && wouldBlock(errno)) {
+    if (descriptor < 0 && wouldBlock()) {
         // A regular file under a lease refuses a non-blocking open; it is
         // opened as any file is, which waits for the lease's holder. Nothing
         // else is opened blocking.
@@ -77,9 +79,9 @@ long SourceReader::read(char* buffer, std::size_t count) noexcept
             if (!fifo || total > 0 || waitedForWriter)
                 return 0;
             waitedForWriter = true;
-        } else if (errno == EINTR) {
+        } else if (posix::lastFailureReason() == posix::FailureReason::interrupted) {
             continue;
-        } else if (!wouldBlock(errno)) {
+        } else if (!wouldBlock()) {
             return -1;
         }
         switch (posix::waitForInput(descriptor, kQuietMilliseconds)) {

@@ -55,6 +55,25 @@ void setFailurePath(std::string_view path) noexcept
 
 int lastFailureError() noexcept { return record.error; }
 
+FailureReason lastFailureReason() noexcept
+{
+    switch (record.error) {
+    case 0:
+        return FailureReason::none;
+    case ENOENT:
+        return FailureReason::missing;
+    case EAGAIN:
+#if EWOULDBLOCK != EAGAIN
+    case EWOULDBLOCK:
+#endif
+        return FailureReason::wouldBlock;
+    case EINTR:
+        return FailureReason::interrupted;
+    default:
+        return FailureReason::other;
+    }
+}
+
 unsigned long failureCount() noexcept { return recorded; }
 
 void setFailurePathSince(unsigned long countBefore, std::string_view path) noexcept

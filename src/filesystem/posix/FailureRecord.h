@@ -21,6 +21,20 @@ void setFailurePath(std::string_view path) noexcept;
 /// @returns the `errno` value of the calling thread's last record, 0 when none.
 int lastFailureError() noexcept;
 
+/// What the calling thread's last recorded failure means to a caller that
+/// must decide what to do next.
+enum class FailureReason {
+    none,        ///< nothing recorded
+    missing,     ///< the object named is not there
+    wouldBlock,  ///< the call would have had to wait (a non-blocking open or read)
+    interrupted, ///< a signal came first
+    other,       ///< any other reason (see `lastFailure()` for which)
+};
+
+/// @returns the meaning of the calling thread's last recorded failure: for a
+/// caller right after a wrapper of this folder reported a failure.
+FailureReason lastFailureReason() noexcept;
+
 /// @returns how many failures the calling thread has recorded (modulo the
 /// type's range), so that a caller can tell whether the calls it made since
 /// an earlier reading recorded one.
