@@ -303,7 +303,11 @@ private:
         // target), there is nothing to lock; otherwise another process
         // removed the file between the two opens.
         posix::ObjectInformation linkItself;
-        bool const danglingLink = !posix::canStat(native) && posix::getFileInformation(native, false, linkItself);
+        // The file may go and come back between the two looks (another
+        // process's unlock, then its try_lock): only a link itself that
+        // names nothing counts, never a file made in between.
+        bool const danglingLink = !posix::canStat(native) && posix::getFileInformation(native, false, linkItself)
+                               && posix::kindOf(linkItself.mode) == posix::ObjectKind::symbolicLink;
         if (creation != LockFileOpenResult::alreadyExists || danglingLink) {
             outcome = FileMutexGuard::cannotOpen;
             return Opening::finished;
