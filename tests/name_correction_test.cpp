@@ -406,6 +406,31 @@ TEST_F(NameCorrection, ALongPathOfTwentyThousandPartsIsCorrectedAsFarAsItCanBeLi
     }
 }
 
+/// Corrects a real chain given in another letter case and a path reaching
+/// beyond a second chain, with both flags, through both functions.
+/// @returns 0 when every answer is the expected one, else the index plus one
+/// of the first that is not.
+int correctsDeepPaths(std::string const& givenReal, std::string const& expectedReal,
+                      std::string const& givenBeyond, std::string const& expectedBeyond)
+{
+    std::vector<bool> checks;
+    for (bool checkAll : {false, true}) {
+        checks.push_back(fs::findSimilarName(Path(givenReal), checkAll).nativeString() == expectedReal);
+        checks.push_back(fs::findSimilarName(Path(givenBeyond), checkAll).nativeString() == expectedBeyond);
+        Path corrected(givenReal);
+        checks.push_back(fs::correctFileCaseAndComposition(corrected, checkAll)
+                         && corrected.nativeString() == expectedReal);
+        Path correctedBeyond(givenBeyond);
+        checks.push_back(fs::correctFileCaseAndComposition(correctedBeyond, checkAll)
+                         && correctedBeyond.nativeString() == expectedBeyond);
+    }
+    for (std::size_t i = 0; i < checks.size(); ++i) {
+        if (!checks[i])
+            return static_cast<int>(i) + 1;
+    }
+    return 0;
+}
+
 TEST_F(NameCorrection, WalksOfAnyDepthRunOnASmallMachineStack)
 {
     // On a thread with a 256 KiB stack, in a child so that an overflow shows as
@@ -424,22 +449,7 @@ TEST_F(NameCorrection, WalksOfAnyDepthRunOnASmallMachineStack)
     std::string const expectedBeyond = at("beyond") + repeated("/E", beyond.depth + 1) + repeated("/e", parts - beyond.depth - 1);
     int const result = runInChild([&] {
         return runOnSmallStack([&] {
-            std::vector<bool> checks;
-            for (bool checkAll : {false, true}) {
-                checks.push_back(fs::findSimilarName(Path(givenReal), checkAll).nativeString() == expectedReal);
-                checks.push_back(fs::findSimilarName(Path(givenBeyond), checkAll).nativeString() == expectedBeyond);
-                Path corrected(givenReal);
-                checks.push_back(fs::correctFileCaseAndComposition(corrected, checkAll)
-                                 && corrected.nativeString() == expectedReal);
-                Path correctedBeyond(givenBeyond);
-                checks.push_back(fs::correctFileCaseAndComposition(correctedBeyond, checkAll)
-                                 && correctedBeyond.nativeString() == expectedBeyond);
-            }
-            for (std::size_t i = 0; i < checks.size(); ++i) {
-                if (!checks[i])
-                    return static_cast<int>(i) + 1;
-            }
-            return 0;
+            return correctsDeepPaths(givenReal, expectedReal, givenBeyond, expectedBeyond);
         });
     });
     EXPECT_EQ(result, 0) << kChildDidNotExit << ": the child died (a stack overflow); " << kThreadNotStarted
@@ -520,22 +530,7 @@ TEST_F(NameCorrection, WalksOfAnyDepthRunOnASmallMachineStackForAnUnprivilegedUs
         if (::access(scratch.c_str(), R_OK | X_OK) != 0)
             return kScratchUnreachable;
         return runOnSmallStack([&] {
-            std::vector<bool> checks;
-            for (bool checkAll : {false, true}) {
-                checks.push_back(fs::findSimilarName(Path(givenReal), checkAll).nativeString() == expectedReal);
-                checks.push_back(fs::findSimilarName(Path(givenBeyond), checkAll).nativeString() == expectedBeyond);
-                Path corrected(givenReal);
-                checks.push_back(fs::correctFileCaseAndComposition(corrected, checkAll)
-                                 && corrected.nativeString() == expectedReal);
-                Path correctedBeyond(givenBeyond);
-                checks.push_back(fs::correctFileCaseAndComposition(correctedBeyond, checkAll)
-                                 && correctedBeyond.nativeString() == expectedBeyond);
-            }
-            for (std::size_t i = 0; i < checks.size(); ++i) {
-                if (!checks[i])
-                    return static_cast<int>(i) + 1;
-            }
-            return 0;
+            return correctsDeepPaths(givenReal, expectedReal, givenBeyond, expectedBeyond);
         });
     });
     if (char const* reason = unprivilegedSkipReason(result))

@@ -96,21 +96,6 @@ bool makeChain(std::string const& top, int depth, bool withFiles)
     return true;
 }
 
-// Makes a listening-capable socket file at `name` in the working directory.
-// @returns true when it is there.
-bool makeSocketHere(char const* name)
-{
-    int const socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    if (socket < 0)
-        return false;
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", name);
-    bool const bound = ::bind(socket, reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
-    ::close(socket);
-    return bound;
-}
-
 bool isCharacterDevice(char const* path)
 {
     struct stat st;
@@ -695,7 +680,7 @@ TEST_F(SpecialFilesInTrees, RemoveAllDeletesFifosAndLinksToDevicesAndStopsAtASoc
 {
     int const result = runBounded(scratch, [] {
         bool const built = fillWithSpecialFiles("plain") && fillWithSpecialFiles("withSocket")
-                           && makeSocketHere("withSocket/sub/socket") && ::symlink("/dev/zero", "zero") == 0;
+                           && makeSocketFile("withSocket/sub/socket") && ::symlink("/dev/zero", "zero") == 0;
         if (!built)
             return 50;
         bool const plain = fs::removeAll(Path("plain"));
@@ -715,8 +700,8 @@ TEST_F(SpecialFilesInTrees, TemporaryDirectorySweepDeletesFifosAndLinksToDevices
     int const result = runBounded(scratch, [this] {
         bool const built = fillWithSpecialFiles("old-tree") && ::mkfifo("old-fifo", 0644) == 0
                            && ::symlink("/dev/zero", "old-zero") == 0 && ::symlink("/dev/urandom", "old-urandom") == 0
-                           && makeSocketHere("old-socket") && fillWithSpecialFiles("old-socketTree")
-                           && makeSocketHere("old-socketTree/socket") && writeWholeFile("young-file", "y");
+                           && makeSocketFile("old-socket") && fillWithSpecialFiles("old-socketTree")
+                           && makeSocketFile("old-socketTree/socket") && writeWholeFile("young-file", "y");
         if (!built)
             return 50;
         setTemporaryDirectoryInternal(Path(scratch));

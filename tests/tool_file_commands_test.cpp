@@ -332,14 +332,7 @@ TEST_F(ToolFileCommands, MvOfASocketAcrossFileSystemsSaysBothAreKept)
     if (source.st_dev == destination.st_dev)
         GTEST_SKIP() << "needs /dev/shm on another file system than the scratch directory";
     std::string const socketPath = area + "/sock";
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(socketPath.size(), sizeof address.sun_path);
-    socketPath.copy(address.sun_path, socketPath.size());
-    int const fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
-    ::close(fd);
+    ASSERT_TRUE(makeSocketFile(socketPath));
     ToolRun const move = run({"mv", socketPath, "moved"});
     EXPECT_EQ(move.exitStatus, 1);
     EXPECT_EQ(move.out, "");
@@ -649,15 +642,7 @@ TEST_F(ToolFileCommands, CpAndCmpTreeOfFifosSocketsAndEndlessDevicesEnd)
         makeDirectory(side);
         makeFile(std::string(side) + "/plain", "plain");
         ASSERT_EQ(::mkfifo(work(std::string(side) + "/pipe").c_str(), 0644), 0);
-        std::string const socketPath = work(std::string(side) + "/sock");
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        ASSERT_LT(socketPath.size(), sizeof address.sun_path);
-        socketPath.copy(address.sun_path, socketPath.size());
-        int const fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
-        ::close(fd);
+        ASSERT_TRUE(makeSocketFile(work(std::string(side) + "/sock")));
     }
     makeDirectory("c");
     ASSERT_EQ(::symlink("/dev/zero", work("c/zero").c_str()), 0);

@@ -170,12 +170,6 @@ int sameChains(std::string const& a, std::string const& b)
 /// @returns a child's exit status for a failure of `limit` to be set.
 constexpr int kCannotLimitDescriptors = 110;
 
-bool limitDescriptors(rlim_t count)
-{
-    struct rlimit limit = {count, count};
-    return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
-}
-
 /// @returns true when `paths` holds exactly the native paths `expected`, in any order.
 bool namesExactly(std::vector<Path> const& paths, std::vector<std::string> expected)
 {
@@ -264,20 +258,8 @@ protected:
         ASSERT_EQ(::symlink(target.c_str(), at(name).c_str()), 0) << name;
     }
     void makeFifo(std::string const& name) { ASSERT_EQ(::mkfifo(at(name).c_str(), 0644), 0) << name; }
-    /// Binds a UNIX socket at `name`; the socket itself is closed again, which
-    /// leaves its name in the tree.
-    void makeSocket(std::string const& name)
-    {
-        std::string const path = at(name);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        ASSERT_LT(path.size(), sizeof address.sun_path) << "the scratch path is too long for a socket";
-        path.copy(address.sun_path, path.size());
-        int const fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0) << name;
-        ::close(fd);
-    }
+    /// Leaves a socket file at `name`.
+    void makeSocket(std::string const& name) { ASSERT_TRUE(makeSocketFile(at(name))) << name; }
     Path path(std::string const& name) const { return Path(at(name)); }
     off_t sizeOf(std::string const& name) const
     {

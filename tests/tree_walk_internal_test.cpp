@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -52,6 +53,13 @@ detail::ObjectIdentity identityOfPath(std::string const& path)
 {
     struct stat st;
     EXPECT_EQ(::stat(path.c_str(), &st), 0);
+    return detail::ObjectIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
+}
+
+detail::ObjectIdentity identityOfDescriptor(int descriptor)
+{
+    struct stat st;
+    EXPECT_EQ(::fstat(descriptor, &st), 0);
     return detail::ObjectIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
 }
 
@@ -107,8 +115,11 @@ TEST_F(TreeWalkTest, StackGoesDownAndBackUpAThousandLevelsWithBoundedDescriptors
         ASSERT_TRUE(stack.open(AT_FDCWD, scratch.c_str(), false));
         EXPECT_EQ(stack.identity(), identityOfPath(scratch));
         int most = 0;
+        // What each level's descriptor is, read from the descriptor itself.
+        std::vector<detail::ObjectIdentity> entered{identityOfDescriptor(stack.descriptor())};
         for (int level = 1; level <= depth; ++level) {
             ASSERT_EQ(stack.enter("d", false), detail::Entered::entered) << level;
+            entered.push_back(identityOfDescriptor(stack.descriptor()));
             most = std::max(most, openDescriptors() - before);
         }
         EXPECT_EQ(stack.depth(), static_cast<std::size_t>(depth));
@@ -119,8 +130,9 @@ TEST_F(TreeWalkTest, StackGoesDownAndBackUpAThousandLevelsWithBoundedDescriptors
         EXPECT_TRUE(listing.empty());
         for (int level = depth; level > 0; --level) {
             ASSERT_TRUE(stack.leave()) << level;
-            // Every level is the very directory that was entered.
-            EXPECT_EQ(stack.identity(), stack.identityAt(stack.depth()));
+            // Every level, reopened or held, is the very directory entered.
+            EXPECT_EQ(identityOfDescriptor(stack.descriptor()), entered[stack.depth()]) << level;
+            EXPECT_EQ(stack.identity(), entered[stack.depth()]) << level;
         }
         EXPECT_EQ(stack.depth(), 0u);
         EXPECT_EQ(stack.identity(), identityOfPath(scratch));

@@ -13,9 +13,11 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/types.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace kelvo::testing {
@@ -179,6 +181,25 @@ inline std::vector<std::string> adversarialNames(std::size_t count)
         names.push_back(name + "_" + std::to_string(names.size()));
     }
     return names;
+}
+
+/// Binds a UNIX socket at `path` and closes it again, which leaves its name
+/// in the tree (a socket file nobody listens on).
+/// @returns true when the socket file is there; false when the path does not
+/// fit a socket address or the system refuses.
+inline bool makeSocketFile(std::string const& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path)
+        return false;
+    path.copy(address.sun_path, path.size());
+    int const socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    if (socket < 0)
+        return false;
+    bool const bound = ::bind(socket, reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
+    ::close(socket);
+    return bound;
 }
 
 } // namespace kelvo::testing

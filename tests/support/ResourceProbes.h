@@ -34,6 +34,14 @@ inline std::string repeated(std::string const& piece, int times)
     return out;
 }
 
+/// Lowers this process's limit of open descriptors to `count`.
+/// @returns true when the limit is in place.
+inline bool limitDescriptors(rlim_t count)
+{
+    struct rlimit limit = {count, count};
+    return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
 /// What `runOnSmallStack` returns when the thread could not be started.
 inline constexpr int kThreadNotStarted = 122;
 /// What `runOnSmallStack` and `measureInChild` give when the body threw (out

@@ -144,8 +144,6 @@ public:
     std::size_t depth() const noexcept { return levels.size() - 1; }
     /// @returns the current directory's identity.
     ObjectIdentity identity() const noexcept { return levels.back().identity; }
-    /// @returns the identity of the directory `level` levels below the top.
-    ObjectIdentity identityAt(std::size_t level) const noexcept { return levels[level].identity; }
     /// @returns the level of the directory `identity` on the stack, or -1 when
     /// it is not on it.
     long levelOf(ObjectIdentity const& identity) const;

@@ -53,8 +53,6 @@ void setFailurePath(std::string_view path) noexcept
     errno = saved;
 }
 
-int lastFailureError() noexcept { return record.error; }
-
 FailureReason lastFailureReason() noexcept
 {
     switch (record.error) {

@@ -18,9 +18,6 @@ void recordFailure(char const* call, int error, std::string_view path) noexcept;
 /// Does nothing when no failure is recorded.
 void setFailurePath(std::string_view path) noexcept;
 
-/// @returns the `errno` value of the calling thread's last record, 0 when none.
-int lastFailureError() noexcept;
-
 /// What the calling thread's last recorded failure means to a caller that
 /// must decide what to do next.
 enum class FailureReason {
