@@ -345,8 +345,7 @@ TEST_F(ToolTest, MissingOrSurplusArgumentsExitWith2)
 /// being completed), with the tool's completion file loaded.
 std::string complete(std::string const& line, std::string const& workingDirectory)
 {
-    std::string source = __FILE__;
-    source.replace(source.rfind("tests/tool_test.cpp"), std::string::npos, "tools/completion/kelvo-fs.bash");
+    std::string const source = KELVO_SOURCE_DIR "/tools/completion/kelvo-fs.bash";
     std::string script = "cd '" + workingDirectory + "' && source '" + source + "' && COMP_WORDS=(" + kToolPath + " "
                          + line + ") && COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) && _kelvo_fs && "
                          + "printf '%s\\n' \"${COMPREPLY[@]}\" | LC_ALL=C sort";

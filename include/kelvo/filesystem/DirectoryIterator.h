@@ -13,6 +13,10 @@
 
 namespace kelvo::filesystem {
 
+namespace detail {
+struct ListedEntryAccess;
+} // namespace detail
+
 /// One listed entry: its full path and two statuses taken when it was listed.
 class KELVO_FILESYSTEM_API DirectoryEntry {
 public:
@@ -46,11 +50,19 @@ public:
     /// docs/odd-behaviours.md, 'DirectoryEntry::replaceFilename replaces the
     /// whole path').
     FileStatus getSymlinkStatus() const;
+    /// @returns the kind of the entry itself (a link is `symbolicLink`) as
+    /// the listing reported it, without a system call; when the listing did
+    /// not say (and for an entry not made by a listing), the type of the
+    /// symbolic-link status. A socket, which has no `FileType` of its own, is
+    /// `unknown` here.
+    FileType getListedType() const;
 
 private:
     Path path;
     FileStatus status;
     FileStatus symlinkStatus;
+    FileType listedType = FileType::none; // none: the listing did not say
+    friend struct detail::ListedEntryAccess; // the listings' way in
 };
 
 /// Entries compare by the exact code points of their paths (no folding, no

@@ -46,7 +46,7 @@ bool Listing::read(int descriptor)
     posix::ListedEntry entry;
     posix::EntryRead read;
     while ((read = posix::readEntry(stream, entry)) == posix::EntryRead::entry) {
-        items.push_back(Item{names.size(), entry.length, entry.kind});
+        items.push_back(Item{names.size(), entry.length, entry.kind, entry.object});
         names.append(entry.name, entry.length + 1); // with its NUL
     }
     posix::closeDirectory(stream);

@@ -90,12 +90,15 @@ public:
     std::size_t nameLength(std::size_t index) const noexcept { return items[index].length; }
     /// What the listing said of the kind of entry `index`.
     ListedKind kind(std::size_t index) const noexcept { return items[index].kind; }
+    /// The exact kind the listing reported for entry `index`.
+    posix::ObjectKind object(std::size_t index) const noexcept { return items[index].object; }
 
 private:
     struct Item {
         std::size_t offset;
         std::size_t length;
         ListedKind kind;
+        posix::ObjectKind object;
     };
     std::string names;
     std::vector<Item> items;

@@ -174,6 +174,34 @@ ListedKind listedKind(dirent const& entry) noexcept
 #endif
 }
 
+// The exact kind a listing reports, for callers that tell every kind apart.
+ObjectKind listedObject(dirent const& entry) noexcept
+{
+#if defined(KELVO_HAS_DIRENT_D_TYPE)
+    switch (entry.d_type) {
+    case DT_DIR:
+        return ObjectKind::directory;
+    case DT_LNK:
+        return ObjectKind::symbolicLink;
+    case DT_REG:
+        return ObjectKind::regularFile;
+    case DT_CHR:
+        return ObjectKind::characterDevice;
+    case DT_FIFO:
+        return ObjectKind::fifo;
+    case DT_BLK:
+        return ObjectKind::blockDevice;
+    case DT_SOCK:
+        return ObjectKind::socket;
+    default:
+        return ObjectKind::unknown;
+    }
+#else
+    (void)entry;
+    return ObjectKind::unknown;
+#endif
+}
+
 } // namespace
 
 DirectoryStream* wrapStream(DIR* stream) noexcept { return reinterpret_cast<DirectoryStream*>(stream); }
@@ -201,6 +229,7 @@ EntryRead readEntry(DirectoryStream* stream, ListedEntry& entry) noexcept
         entry.name = read->d_name;
         entry.length = std::char_traits<char>::length(read->d_name);
         entry.kind = listedKind(*read);
+        entry.object = listedObject(*read);
         return EntryRead::entry;
     }
 }

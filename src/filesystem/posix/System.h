@@ -95,6 +95,8 @@ struct ListedEntry {
     char const* name = nullptr; ///< NUL-terminated, valid until the next read or the close
     std::size_t length = 0;     ///< the name's length in bytes
     ListedKind kind = ListedKind::unknown;
+    /// The exact kind the listing reported (`unknown` when it did not say).
+    ObjectKind object = ObjectKind::unknown;
 };
 
 /// What one `readEntry` gave.

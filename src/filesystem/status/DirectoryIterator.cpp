@@ -4,6 +4,7 @@
 #include <kelvo/filesystem/Operations.h>
 
 #include "filesystem/path/PathInternal.h"
+#include "filesystem/status/ListedEntry.h"
 #include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
@@ -42,6 +43,7 @@ void DirectoryEntry::replaceFilename(Path const& newPath, FileStatus newStatus, 
     path = newPath;
     status = newStatus;
     symlinkStatus = newSymlinkStatus;
+    listedType = FileType::none;
 }
 
 Path const& DirectoryEntry::getPath() const noexcept { return path; }
@@ -67,6 +69,65 @@ FileStatus DirectoryEntry::getSymlinkStatus() const
         return symbolicLinkStatus(path);
     return symlinkStatus;
 }
+
+FileType DirectoryEntry::getListedType() const
+{
+    if (listedType != FileType::none)
+        return listedType;
+    return getSymlinkStatus().getType();
+}
+
+namespace detail {
+
+struct ListedEntryAccess {
+    static void setListedType(DirectoryEntry& entry, FileType type) noexcept { entry.listedType = type; }
+};
+
+namespace {
+
+// The entry's own kind as the listing reported it; none when it did not say.
+FileType listedFileType(posix::ObjectKind listed) noexcept
+{
+    switch (listed) {
+    case posix::ObjectKind::directory:
+        return FileType::directory;
+    case posix::ObjectKind::symbolicLink:
+        return FileType::symbolicLink;
+    case posix::ObjectKind::regularFile:
+        return FileType::regularFile;
+    case posix::ObjectKind::characterDevice:
+        return FileType::characterDevice;
+    case posix::ObjectKind::fifo:
+        return FileType::fifo;
+    case posix::ObjectKind::blockDevice:
+        return FileType::blockDevice;
+    case posix::ObjectKind::socket:
+        return FileType::unknown;
+    case posix::ObjectKind::unknown:
+        break;
+    }
+    return FileType::none;
+}
+
+} // namespace
+
+DirectoryEntry listedEntry(Path&& path, posix::ObjectKind listed)
+{
+    FileStatus const entryStatus = status(path);
+    FileStatus entrySymlinkStatus = entryStatus;
+    if (listed == posix::ObjectKind::symbolicLink || listed == posix::ObjectKind::unknown) {
+        // A link, or an entry the listing did not describe: its own status
+        // tells whether it is a link.
+        FileStatus const own = symbolicLinkStatus(path);
+        if (listed == posix::ObjectKind::symbolicLink || own.getType() == FileType::symbolicLink)
+            entrySymlinkStatus = own;
+    }
+    DirectoryEntry entry(std::move(path), entryStatus, entrySymlinkStatus);
+    ListedEntryAccess::setListedType(entry, listedFileType(listed));
+    return entry;
+}
+
+} // namespace detail
 
 bool operator==(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() == b.getPath().string(); }
 bool operator!=(DirectoryEntry const& a, DirectoryEntry const& b) { return a.getPath().string() != b.getPath().string(); }
@@ -116,15 +177,8 @@ DirectoryIterator& DirectoryIterator::operator++()
     // The path keeps the name's bytes as its native form, so the entry is
     // reached by exactly the name the system gave, whatever its composition
     // and even when it is not UTF-8.
-    Path fullPath;
-    FileStatus entryStatus;
-    FileStatus entrySymlinkStatus;
     try {
-        fullPath = directoryPath / Path(entry.name);
-        entryStatus = status(fullPath);
-        entrySymlinkStatus = posix::isSymbolicLinkEntry(entry, PathNativeAccess::cString(fullPath))
-            ? symbolicLinkStatus(fullPath)
-            : entryStatus;
+        currentEntry = detail::listedEntry(directoryPath / Path(entry.name), entry.object);
     } catch (...) {
         // Out of memory: the iterator stays on its current entry and the
         // stream goes back before the one that failed, for the next step.
@@ -132,9 +186,6 @@ DirectoryIterator& DirectoryIterator::operator++()
             posix::seekDirectory(listing, position);
         throw;
     }
-    // The entry takes the path over with its native form, which every
-    // caller that goes on to use the entry's path on the disk needs again.
-    currentEntry = DirectoryEntry(std::move(fullPath), entryStatus, entrySymlinkStatus);
     return *this;
 }
 
