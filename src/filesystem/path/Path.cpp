@@ -217,6 +217,42 @@ Path PathNativeAccess::fromPiece(Path const& source, char32_t const* first, std:
     return adopt(std::move(owned), std::move(piece));
 }
 
+Path PathNativeAccess::joinListedName(Path const& directory, char const* name, std::size_t length)
+{
+    if (directory.empty() || length == 0 || !kelvo::unicode::detail::isASCII(name, length)
+        || std::memchr(name, '\\', length) != nullptr)
+        return directory / Path(name);
+    // An ASCII name is its own text and its own native form, and never
+    // starts with "/": the join adds a separator unless the directory ends
+    // with one, in the text and the native form alike.
+    String const& left = *directory.text;
+    bool const leftEnds = left.back() == kSeparator;
+    OwnedText joined = newText();
+    std::size_t const start = left.size() + (leftEnds ? 0 : 1);
+    joined->reserve(start + length);
+    joined->append(left);
+    if (!leftEnds)
+        joined->push_back(kSeparator);
+    for (std::size_t i = 0; i < length; ++i)
+        joined->push_back(static_cast<unsigned char>(name[i]));
+    std::string* const held = directory.native.load(std::memory_order_acquire);
+    if (held == nullptr)
+        return adopt(std::move(joined)); // made from the text on first use, as the directory's
+    std::string const& leftNative = *unmarked(held);
+    OwnedNative joinedNative = newNative();
+    joinedNative->reserve(leftNative.size() + 1 + length);
+    joinedNative->append(leftNative);
+    if (!leftEnds)
+        joinedNative->push_back('/');
+    joinedNative->append(name, length);
+    if (!isPlain(held))
+        return adopt(std::move(joined), std::move(joinedNative));
+    // The directory's native form is its ASCII text, so the join's is too.
+    Path path = adopt(std::move(joined));
+    path.native.store(markedPlain(joinedNative.release()), std::memory_order_relaxed);
+    return path;
+}
+
 Path::Path(Path const& other)
 {
     if (!other.empty()) {

@@ -279,7 +279,8 @@ DirectoryIterator& DirectoryIterator::operator++()
     // reached by exactly the name the system gave, whatever its composition
     // and even when it is not UTF-8.
     try {
-        currentEntry = detail::listedEntry(directoryPath / Path(entry.name), entry.object);
+        currentEntry = detail::listedEntry(PathNativeAccess::joinListedName(directoryPath, entry.name, entry.length),
+                                           entry.object);
     } catch (...) {
         // Out of memory: the iterator stays on its current entry and the
         // stream goes back before the one that failed, for the next step.
@@ -300,24 +301,20 @@ bool DirectoryIterator::canIterate() const noexcept { return canIterateFlag; }
 
 bool forEach(Path const& directory, std::function<bool(Path const&)> callback)
 {
-    if (!exists(directory))
-        return false;
+    // One status answers both whether the directory exists and whether it
+    // is one.
     if (status(directory).getType() != FileType::directory)
         return false;
 
-    DirectoryIterator iterator{Path(directory)};
-    DirectoryIterator const end;
     // Kept: starts from false, so an empty directory answers false, and true
     // means that something was visited and every answer was yes (see
     // docs/odd-behaviours.md, 'forEach of an empty directory returns false').
     bool result = false;
-    while (*iterator != *end) {
-        DirectoryEntry const entry = *iterator;
-        result = callback(entry.getPath());
-        if (!result)
-            break;
-        ++iterator;
-    }
+    detail::forEachListedName(directory, [&](posix::ListedEntry const& entry) {
+        Path const path = PathNativeAccess::joinListedName(directory, entry.name, entry.length);
+        result = callback(path);
+        return result;
+    });
     return result;
 }
 
