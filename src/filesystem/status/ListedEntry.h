@@ -18,6 +18,12 @@ namespace kelvo::filesystem::detail {
 /// have given.
 DirectoryEntry listedEntry(Path&& path, posix::ObjectKind listed);
 
+/// Makes `entry` the entry of the name `listed` of `directory`, as
+/// `listedEntry` of their join would, reusing the storage of its path: how
+/// a listing moves its one entry along. When it throws (out of memory),
+/// `entry` is left as it was.
+void relistEntry(DirectoryEntry& entry, Path const& directory, posix::ListedEntry const& listed);
+
 /// Reads the entries of `directory` one at a time through the same stream
 /// and reads as a `DirectoryIterator` ("." and ".." skipped), calling
 /// `visit(entry)` with each `posix::ListedEntry` until it answers false. No
