@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
+#include <regex>
 #include <set>
 #include <string>
 #include <thread>
@@ -641,6 +642,78 @@ TEST_F(LazyEntry, NameCorrectionStatsNoListedEntry)
     EXPECT_EQ(fs::PathNativeAccess::native(corrected), at("dir/Target/Inner.txt"));
     others.insert(matching.begin(), matching.end());
     EXPECT_EQ(statusCallsNaming(others), 0);
+}
+
+// ---- Names matched as listed give the answers of their paths ------------------------------------
+
+TEST(ListedNameJoin, EqualsTheJoinOfTheNamesPath)
+{
+    std::vector<Path> const directories = {
+        Path("/tmp/dir"), Path("/tmp/dir/"), Path("relative"), Path("/"), Path(std::string("caf\xC3\xA9")),
+        Path(std::string("caf\x65\xCC\x81/")), Path(std::string("latin\xE9")),
+        Path(kelvo::unicode::String(U"r\u00E9sum\u00E9")), Path(std::string("back\\slash"))};
+    std::vector<std::string> const names = {"plain.txt", "a", std::string(255, 'x'), "with space", "tab\tname",
+                                            "new\nline", "back\\slash", "trailing\\", std::string("caf\xC3\xA9"),
+                                            std::string("caf\x65\xCC\x81"), std::string("bad\xFF")};
+    for (Path const& directory : directories) {
+        for (std::string const& name : names) {
+            Path const expected = directory / Path(name);
+            Path const joined = fs::PathNativeAccess::joinListedName(directory, name.c_str(), name.size());
+            EXPECT_EQ(joined.string(), expected.string()) << name;
+            EXPECT_EQ(fs::PathNativeAccess::native(joined), fs::PathNativeAccess::native(expected)) << name;
+            // Into a path that already holds storage, of another directory.
+            Path reused = Path("/some/earlier/entry") / Path(std::string("na\xC3\xAFve"));
+            (void)fs::PathNativeAccess::native(reused);
+            fs::PathNativeAccess::assignListedName(reused, directory, name.c_str(), name.size());
+            EXPECT_EQ(reused.string(), expected.string()) << name;
+            EXPECT_EQ(fs::PathNativeAccess::native(reused), fs::PathNativeAccess::native(expected)) << name;
+            EXPECT_EQ(reused.filename().string(), expected.filename().string()) << name;
+        }
+    }
+}
+
+TEST_F(LazyEntry, ForEachMatchingMatchesEachNameAsItsPathWouldBeMatched)
+{
+    makeDirectory("dir");
+    std::vector<std::string> const names = {"a.tmp", "b.TMP", "c.tmp.dat", ".tmp", "x.tmp\n", "new\nline.tmp",
+                                            "back\\slash.tmp", "slash\\", std::string("caf\xC3\xA9.tmp"),
+                                            std::string("caf\x65\xCC\x81.tmp"), std::string("bad\xFF.tmp"),
+                                            "abc", "bcd.tmp", "zzz"};
+    for (std::string const& name : names)
+        writeFile("dir/" + name, "x");
+    std::vector<kelvo::unicode::String> const patterns = {
+        kelvo::unicode::String("*.tmp"), kelvo::unicode::String("*"),        kelvo::unicode::String("?.tmp"),
+        kelvo::unicode::String("[a-b]*.tmp"), kelvo::unicode::String("(a|b)c.*"), kelvo::unicode::String("*\\.tmp"),
+        kelvo::unicode::String(U"caf\u00E9.tmp"), kelvo::unicode::String("abc"), kelvo::unicode::String("*slash*")};
+    for (kelvo::unicode::String const& pattern : patterns) {
+        // What matching each listed entry's path gives.
+        std::multiset<std::string> expected;
+        for (DirectoryEntry const& entry : DirectoryIterator(Path(at("dir")))) {
+            if (fs::matchesGlobPattern(entry.getPath().filename(), pattern))
+                expected.insert(fs::PathNativeAccess::native(entry.getPath()));
+        }
+        std::multiset<std::string> matched;
+        bool const answer = fs::forEachMatching(Path(at("dir")), pattern, [&](Path const& entry) {
+            matched.insert(fs::PathNativeAccess::native(entry));
+            return true;
+        });
+        EXPECT_TRUE(answer) << pattern.toUTF8String();
+        EXPECT_EQ(matched, expected) << pattern.toUTF8String();
+    }
+}
+
+TEST_F(LazyEntry, ForEachMatchingThrowsForAnInvalidPatternOnlyWhenThereIsAnEntry)
+{
+    makeDirectory("empty");
+    makeDirectory("dir");
+    writeFile("dir/one", "x");
+    kelvo::unicode::String const invalid("(unbalanced");
+    EXPECT_FALSE(fs::forEachMatching(Path(at("empty")), invalid, [](Path const&) { return true; }));
+    EXPECT_FALSE(fs::forEachMatching(Path(at("missing")), invalid, [](Path const&) { return true; }));
+    EXPECT_THROW(fs::forEachMatching(Path(at("dir")), invalid, [](Path const&) { return true; }), std::regex_error);
+    // An action that answers false stops the walk with false.
+    EXPECT_FALSE(fs::forEachMatching(Path(at("dir")), kelvo::unicode::String("*"), [](Path const&) { return false; }));
+    EXPECT_TRUE(fs::forEachMatching(Path(at("dir")), kelvo::unicode::String("none"), [](Path const&) { return false; }));
 }
 
 } // namespace
