@@ -505,64 +505,6 @@ TEST_F(LazyEntry, EntriesOfADirectoryWithoutSearchPermissionHaveNoStatusUnprivil
     EXPECT_EQ(result, 0);
 }
 
-// ---- One status call for all threads --------------------------------------------------------------
-
-// Status calls made while this is set wait a little, so that the other
-// threads meet the entry while its statuses are being taken.
-std::atomic<bool> slowStatus{false};
-
-int slowCountingStat(char const* path, struct stat* information)
-{
-    if (slowStatus)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    return countingStat(path, information);
-}
-
-TEST_F(LazyEntry, ThreadsAskingOneEntryAtOnceShareOneStatusCall)
-{
-    makeDirectory("dir");
-    makeLink("dir/link", "..");
-    DirectoryIterator const it{Path(at("dir"))};
-    ASSERT_TRUE(it != DirectoryIterator());
-    DirectoryEntry const& entry = *it;
-    posix::systemCalls().stat = slowCountingStat;
-    slowStatus = true;
-    resetCounts();
-    constexpr int kThreads = 8;
-    std::atomic<int> ready{0};
-    std::vector<Answers> answers(kThreads);
-    std::vector<DirectoryEntry> copies(kThreads);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&, i] {
-            ++ready;
-            while (ready < kThreads)
-                std::this_thread::yield();
-            if (i % 2 == 0) {
-                answers[static_cast<std::size_t>(i)] = answersOf(entry);
-                copies[static_cast<std::size_t>(i)] = entry;
-            } else {
-                copies[static_cast<std::size_t>(i)] = entry;
-                answers[static_cast<std::size_t>(i)] = answersOf(entry);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    slowStatus = false;
-    EXPECT_EQ(statCalls, 1);
-    EXPECT_EQ(lstatCalls, 1);
-    for (Answers const& answer : answers) {
-        EXPECT_EQ(answer, answers.front());
-        EXPECT_EQ(answer.status.getType(), FileType::directory);
-        EXPECT_EQ(answer.symlinkStatus.getType(), FileType::symbolicLink);
-    }
-    // A copy made while the statuses were being taken waited for them or
-    // takes its own; each gives the same answers.
-    for (DirectoryEntry const& copy : copies)
-        EXPECT_EQ(answersOf(copy), answers.front());
-}
-
 // ---- Walks that only match names ------------------------------------------------------------------
 
 TEST_F(LazyEntry, ForEachMatchingStatsNoEntryThatDoesNotMatch)
