@@ -62,6 +62,12 @@ void expectSameAnswers(Answers const& a, Answers const& b)
 
 class LazyEntryThreads : public ScratchDirectory {
 protected:
+    void SetUp() override
+    {
+        ScratchDirectory::SetUp();
+        statCalls = 0;
+        lstatCalls = 0;
+    }
     void TearDown() override
     {
         posix::systemCalls() = posix::systemCallsOfTheSystem();
