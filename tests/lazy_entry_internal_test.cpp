@@ -482,7 +482,7 @@ TEST_F(LazyEntry, EntriesOfADirectoryWithoutSearchPermissionHaveNoStatusUnprivil
     makeDirectory("dir/sub");
     // Readable, so it can be listed, but not searchable: no entry can be
     // reached for a status.
-    ASSERT_EQ(::chmod(at("dir").c_str(), 0744), 0);
+    ASSERT_EQ(::chmod(at("dir").c_str(), 0444), 0);
     std::string const directory = at("dir");
     int const result = runUnprivileged([&] {
         if (::access(directory.c_str(), R_OK) != 0)
