@@ -184,8 +184,8 @@ private:
     bool readLevel(DirectoryStack& stack, std::vector<Name>& names);
     void compare(Level const& level, Pairing const& pairing);
     void comparePair(Name const& a, Name const& b);
-    void compareFiles(Name const& a, Name const& b, Seen const& seenA, Seen const& seenB, TreeDifference& found);
-    void compareLinks(Name const& a, Name const& b, TreeDifference& found);
+    bool filesDiffer(Name const& a, Name const& b, Seen const& seenA, Seen const& seenB);
+    bool linksDiffer(Name const& a, Name const& b);
     void enterPair(Name const& a, Name const& b);
     Seen look(DirectoryStack const& stack, Name const& name, bool wantStatus);
     bool readLinkText(DirectoryStack const& stack, Name const& name, std::string& text);
@@ -360,29 +360,35 @@ void DifferenceWalk::comparePair(Name const& a, Name const& b)
     // A regular file's size is compared before its bytes.
     Seen const seenA = look(stackFirst, a, wantStatus || a.listed == ObjectKind::regularFile);
     Seen const seenB = look(stackSecond, b, wantStatus || b.listed == ObjectKind::regularFile);
+    // The paths are made only for a difference: made for every pair, they
+    // would cost time in proportion to the depth at each level.
     TreeDifference found;
-    found.first = Path(stackFirst.pathOf(a.bytes.c_str()));
-    found.second = Path(stackSecond.pathOf(b.bytes.c_str()));
-    found.firstType = typeOf(seenA.kind);
-    found.secondType = typeOf(seenB.kind);
+    auto const reportPair = [&](DifferenceKind kind) {
+        if (found.first.empty()) {
+            found.first = Path(stackFirst.pathOf(a.bytes.c_str()));
+            found.second = Path(stackSecond.pathOf(b.bytes.c_str()));
+            found.firstType = typeOf(seenA.kind);
+            found.secondType = typeOf(seenB.kind);
+        }
+        report(kind, found);
+    };
     if (a.bytes != b.bytes)
-        report(DifferenceKind::differentSpelling, found);
+        reportPair(DifferenceKind::differentSpelling);
     if (!seenA.known || !seenB.known)
         return;
     if (seenA.kind != seenB.kind) {
-        report(DifferenceKind::differentKinds, found);
+        reportPair(DifferenceKind::differentKinds);
         return;
     }
-    if (seenA.kind == ObjectKind::regularFile)
-        compareFiles(a, b, seenA, seenB, found);
-    else if (seenA.kind == ObjectKind::symbolicLink)
-        compareLinks(a, b, found);
+    if ((seenA.kind == ObjectKind::regularFile && filesDiffer(a, b, seenA, seenB))
+        || (seenA.kind == ObjectKind::symbolicLink && linksDiffer(a, b)))
+        reportPair(DifferenceKind::differentContents);
     if (seenA.haveStatus && seenB.haveStatus) {
         if (options.comparePermissions
             && posix::accessBitsOf(seenA.information.mode) != posix::accessBitsOf(seenB.information.mode))
-            report(DifferenceKind::differentPermissions, found);
+            reportPair(DifferenceKind::differentPermissions);
         if (options.compareTimes && microsecondsOf(seenA.information) != microsecondsOf(seenB.information))
-            report(DifferenceKind::differentTimes, found);
+            reportPair(DifferenceKind::differentTimes);
     }
     if (seenA.kind == ObjectKind::directory)
         enterPair(a, b);
@@ -390,33 +396,31 @@ void DifferenceWalk::comparePair(Name const& a, Name const& b)
 
 // Compares two regular files: sizes first, then bytes. A file that cannot be
 // opened or read is a failure, kept, and nothing is said of the pair.
-void DifferenceWalk::compareFiles(Name const& a, Name const& b, Seen const& seenA, Seen const& seenB,
-                                  TreeDifference& found)
+// @returns true when they differ.
+bool DifferenceWalk::filesDiffer(Name const& a, Name const& b, Seen const& seenA, Seen const& seenB)
 {
-    if (seenA.information.size != seenB.information.size) {
-        report(DifferenceKind::differentContents, found);
-        return;
-    }
+    if (seenA.information.size != seenB.information.size)
+        return true;
     bool const follow = options.followSymbolicLinks;
     posix::ObjectInformation openedA;
     OwnedDescriptor fileA(detail::openSource(stackFirst.descriptor(), a.bytes.c_str(), follow, openedA));
     if (!fileA.isOpen()) {
         posix::setFailurePath(stackFirst.pathOf(a.bytes.c_str()));
         keepFailure();
-        return;
+        return false;
     }
     posix::ObjectInformation openedB;
     OwnedDescriptor fileB(detail::openSource(stackSecond.descriptor(), b.bytes.c_str(), follow, openedB));
     if (!fileB.isOpen()) {
         posix::setFailurePath(stackSecond.pathOf(b.bytes.c_str()));
         keepFailure();
-        return;
+        return false;
     }
     // What was opened is no longer a regular file (replaced since it was
     // looked at): it is not read, so that nothing waits on it.
     if (posix::kindOf(openedA.mode) != ObjectKind::regularFile
         || posix::kindOf(openedB.mode) != ObjectKind::regularFile)
-        return;
+        return false;
     SourceReader readerA(fileA.get(), openedA.mode);
     SourceReader readerB(fileB.get(), openedB.mode);
     bool const same = detail::sameContents(readerA, readerB, seenA.information.size);
@@ -425,10 +429,9 @@ void DifferenceWalk::compareFiles(Name const& a, Name const& b, Seen const& seen
         posix::setFailurePath(readerB.readFailed() ? stackSecond.pathOf(b.bytes.c_str())
                                                    : stackFirst.pathOf(a.bytes.c_str()));
         keepFailure();
-        return;
+        return false;
     }
-    if (!same)
-        report(DifferenceKind::differentContents, found);
+    return !same;
 }
 
 // Reads the text the link `name` of the current directory of `stack` holds.
@@ -457,14 +460,15 @@ bool DifferenceWalk::readLinkText(DirectoryStack const& stack, Name const& name,
     }
 }
 
-void DifferenceWalk::compareLinks(Name const& a, Name const& b, TreeDifference& found)
+// @returns true when the links `a` and `b` hold different texts; false also
+// when either cannot be read (the failure kept).
+bool DifferenceWalk::linksDiffer(Name const& a, Name const& b)
 {
     std::string textA;
     std::string textB;
     bool const readA = readLinkText(stackFirst, a, textA);
     bool const readB = readLinkText(stackSecond, b, textB);
-    if (readA && readB && textA != textB)
-        report(DifferenceKind::differentContents, found);
+    return readA && readB && textA != textB;
 }
 
 // Goes down into the directories `a` and `b` of the current directories and
@@ -473,13 +477,17 @@ void DifferenceWalk::compareLinks(Name const& a, Name const& b, TreeDifference& 
 // and their contents are not compared.
 void DifferenceWalk::enterPair(Name const& a, Name const& b)
 {
-    bool const follow = options.followSymbolicLinks;
-    Entered const enteredA = stackFirst.enter(a.bytes.c_str(), follow);
+    // Only a link is entered by following it: a directory entered by its own
+    // name is left again through its "..", however deep the walk.
+    auto const followed = [this](Name const& name) {
+        return options.followSymbolicLinks && name.listed != ObjectKind::directory;
+    };
+    Entered const enteredA = stackFirst.enter(a.bytes.c_str(), followed(a));
     if (enteredA == Entered::failed)
         keepFailure();
     else if (enteredA == Entered::loop)
         recordOwnFailure(std::errc::too_many_symbolic_link_levels, stackFirst.pathOf(a.bytes.c_str()));
-    Entered const enteredB = stackSecond.enter(b.bytes.c_str(), follow);
+    Entered const enteredB = stackSecond.enter(b.bytes.c_str(), followed(b));
     if (enteredB == Entered::failed)
         keepFailure();
     else if (enteredB == Entered::loop)
