@@ -1,6 +1,7 @@
 // kelvo-fs mkdir, rm, rm-matching, cp, mv, ln, cmp and cmp-tree: the file operations from the command line, with the reason for every refusal.
 #include "Commands.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <regex>
@@ -101,8 +102,9 @@ char const kCompareTreesUsage[] =
     "Entries come in the order names compare, each directory's contents right\n"
     "after it. What cannot be read (a directory, a file, a link that leads\n"
     "nowhere) is named on standard error with the reason, and left out. Exit\n"
-    "status 0 when the trees are the same, 1 when they differ, 2 when A or B is\n"
-    "missing or not a directory, or when something in them could not be read.\n";
+    "status 0 when the trees are the same (names that differ in spelling alone\n"
+    "are the same names), 1 when they differ, 2 when A or B is missing or not a\n"
+    "directory, or when something in them could not be read.\n";
 
 namespace {
 
@@ -264,18 +266,35 @@ std::string kindWords(FileType type, Path const& path)
     return "weird file";
 }
 
-/// @returns "Only in DIR: NAME" for the path `native` of an entry of one tree
-/// only, DIR as the comparison reached it: the operand `root` itself, as it
-/// was given, for an entry right below it.
+/// @returns the path `native` of an entry of the tree `root` as the lines
+/// show it: `root` without its trailing slashes, then the names below it.
+std::string shownPath(std::string const& native, std::string const& root)
+{
+    if (native.compare(0, root.size(), root) != 0)
+        return native;
+    std::string base = root;
+    while (base.size() > 1 && base.back() == '/')
+        base.pop_back();
+    std::size_t start = root.size();
+    while (start < native.size() && native[start] == '/')
+        ++start;
+    return base + (base.back() == '/' ? "" : "/") + native.substr(start);
+}
+
+/// @returns "Only in DIR: NAME" for the path `native` of an entry of the tree
+/// `root` only; DIR is the operand as it was given for an entry right below
+/// it.
 std::string onlyInLine(std::string const& native, std::string const& root)
 {
-    std::size_t const slash = native.find_last_of('/');
-    std::string directory = slash == std::string::npos ? std::string(".") : native.substr(0, slash);
-    std::string const name = slash == std::string::npos ? native : native.substr(slash + 1);
-    std::string trimmed = root;
-    while (trimmed.size() > 1 && trimmed.back() == '/')
-        trimmed.pop_back();
-    if (directory == trimmed || (directory.empty() && trimmed == "/"))
+    std::string const shown = shownPath(native, root);
+    std::size_t const slash = shown.find_last_of('/');
+    if (slash == std::string::npos)
+        return "Only in .: " + escapeName(shown);
+    std::string const name = shown.substr(slash + 1);
+    std::string directory = slash == 0 ? std::string("/") : shown.substr(0, slash);
+    bool const belowRoot = native.compare(0, root.size(), root) == 0
+        && native.size() - root.size() <= name.size() + 1;
+    if (belowRoot)
         directory = root;
     return "Only in " + escapeName(directory) + ": " + escapeName(name);
 }
@@ -284,8 +303,8 @@ std::string onlyInLine(std::string const& native, std::string const& root)
 /// `first` and `second` as the operands named them.
 std::string differenceLine(fs::TreeDifference const& difference, std::string const& first, std::string const& second)
 {
-    std::string const a = escapeName(difference.first.nativeString());
-    std::string const b = escapeName(difference.second.nativeString());
+    std::string const a = escapeName(shownPath(difference.first.nativeString(), first));
+    std::string const b = escapeName(shownPath(difference.second.nativeString(), second));
     switch (difference.kind) {
     case fs::DifferenceKind::onlyInFirst:
         return onlyInLine(difference.first.nativeString(), first);
@@ -537,7 +556,12 @@ int runCompareTrees(Invocation const& invocation)
         failure(invocation, failureText("read", failed, operands[0], ""));
     if (!failures.empty())
         return kExitTrouble;
-    return differences.empty() ? kExitSuccess : kExitNegative;
+    // Names compare ignoring case and composition: a spelling alone is told,
+    // but does not make the trees differ.
+    bool const differ = std::any_of(differences.begin(), differences.end(), [](fs::TreeDifference const& difference) {
+        return difference.kind != fs::DifferenceKind::differentSpelling;
+    });
+    return differ ? kExitNegative : kExitSuccess;
 }
 
 } // namespace kelvo::tool
