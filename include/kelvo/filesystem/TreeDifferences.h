@@ -91,11 +91,15 @@ struct DifferenceOptions {
 /// Regular files are compared byte by byte (files of different sizes
 /// without being read), symbolic links by the text they hold, directories
 /// by comparing what they hold. A FIFO, a socket or a device is never
-/// opened: it compares by its kind alone, so nothing blocks the comparison.
+/// opened: it compares by its kind alone (two FIFOs are the same, so are
+/// /dev/zero and /dev/null), so nothing blocks the comparison. The kinds of
+/// entries come from the listings where they tell them, so that an entry is
+/// looked up by name only when links are followed or when permissions or
+/// times are asked for.
 ///
 /// Order: the walk's. The entries of a directory come in `PathLess` order of
-/// their names (within a group of equal names, in byte order of the first
-/// tree's spelling, else the second's), and the differences found below a
+/// their names (within a group of names equal that way, in byte order of
+/// their spellings), and the differences found below a
 /// pair of directories come right after that pair's own, before the next
 /// name of their directory. The walk holds a bounded number of descriptors
 /// and never recurses on the machine stack, whatever the depth.

@@ -184,7 +184,7 @@ private:
     bool readLevel(DirectoryStack& stack, std::vector<Name>& names);
     void compare(Level const& level, Pairing const& pairing);
     void comparePair(Name const& a, Name const& b);
-    bool filesDiffer(Name const& a, Name const& b, Seen const& seenA, Seen const& seenB);
+    bool filesDiffer(Name const& a, Name const& b);
     bool linksDiffer(Name const& a, Name const& b);
     void enterPair(Name const& a, Name const& b);
     Seen look(DirectoryStack const& stack, Name const& name, bool wantStatus);
@@ -192,6 +192,7 @@ private:
     void report(DifferenceKind kind, TreeDifference const& where);
     void keepFailure();
     void recordOwnFailure(std::errc reason, std::string const& path);
+    void stopAfterALeaveFailed(unsigned long failuresBefore);
 
     DifferenceOptions const options;
     std::vector<Failure>* const failures;
@@ -216,6 +217,17 @@ void DifferenceWalk::recordOwnFailure(std::errc reason, std::string const& path)
 {
     posix::recordFailure("openat", static_cast<int>(reason), path);
     keepFailure();
+}
+
+// A tree changed under the walk so that it could not go back up: where it
+// stands is not known any more, so it stops with what it found.
+void DifferenceWalk::stopAfterALeaveFailed(unsigned long failuresBefore)
+{
+    if (posix::failureCount() != failuresBefore)
+        keepFailure();
+    else
+        recordOwnFailure(std::errc::no_such_file_or_directory, stackFirst.pathOf(".."));
+    stopped = true;
 }
 
 void DifferenceWalk::report(DifferenceKind kind, TreeDifference const& where)
@@ -273,12 +285,7 @@ std::vector<TreeDifference> DifferenceWalk::run(Path const& first, Path const& s
                 break;
             unsigned long const failuresBefore = posix::failureCount();
             if (!stackFirst.leave() || !stackSecond.leave()) {
-                // A tree changed under the walk: where it stands is not
-                // known any more, so it stops with what it found.
-                if (posix::failureCount() != failuresBefore)
-                    keepFailure();
-                else
-                    recordOwnFailure(std::errc::no_such_file_or_directory, stackFirst.pathOf(".."));
+                stopAfterALeaveFailed(failuresBefore);
                 break;
             }
             levels.pop_back();
@@ -356,10 +363,10 @@ void DifferenceWalk::compare(Level const& level, Pairing const& pairing)
 // for two directories goes down into them, to be compared before the rest.
 void DifferenceWalk::comparePair(Name const& a, Name const& b)
 {
+    // A regular file's size is read from the file once it is open.
     bool const wantStatus = options.comparePermissions || options.compareTimes;
-    // A regular file's size is compared before its bytes.
-    Seen const seenA = look(stackFirst, a, wantStatus || a.listed == ObjectKind::regularFile);
-    Seen const seenB = look(stackSecond, b, wantStatus || b.listed == ObjectKind::regularFile);
+    Seen const seenA = look(stackFirst, a, wantStatus);
+    Seen const seenB = look(stackSecond, b, wantStatus);
     // The paths are made only for a difference: made for every pair, they
     // would cost time in proportion to the depth at each level.
     TreeDifference found;
@@ -380,7 +387,7 @@ void DifferenceWalk::comparePair(Name const& a, Name const& b)
         reportPair(DifferenceKind::differentKinds);
         return;
     }
-    if ((seenA.kind == ObjectKind::regularFile && filesDiffer(a, b, seenA, seenB))
+    if ((seenA.kind == ObjectKind::regularFile && filesDiffer(a, b))
         || (seenA.kind == ObjectKind::symbolicLink && linksDiffer(a, b)))
         reportPair(DifferenceKind::differentContents);
     if (seenA.haveStatus && seenB.haveStatus) {
@@ -394,13 +401,11 @@ void DifferenceWalk::comparePair(Name const& a, Name const& b)
         enterPair(a, b);
 }
 
-// Compares two regular files: sizes first, then bytes. A file that cannot be
-// opened or read is a failure, kept, and nothing is said of the pair.
-// @returns true when they differ.
-bool DifferenceWalk::filesDiffer(Name const& a, Name const& b, Seen const& seenA, Seen const& seenB)
+// Compares two regular files, once open: sizes first, then bytes. A file
+// that cannot be opened or read is a failure, kept, and nothing is said of
+// the pair. @returns true when they differ.
+bool DifferenceWalk::filesDiffer(Name const& a, Name const& b)
 {
-    if (seenA.information.size != seenB.information.size)
-        return true;
     bool const follow = options.followSymbolicLinks;
     posix::ObjectInformation openedA;
     OwnedDescriptor fileA(detail::openSource(stackFirst.descriptor(), a.bytes.c_str(), follow, openedA));
@@ -421,9 +426,11 @@ bool DifferenceWalk::filesDiffer(Name const& a, Name const& b, Seen const& seenA
     if (posix::kindOf(openedA.mode) != ObjectKind::regularFile
         || posix::kindOf(openedB.mode) != ObjectKind::regularFile)
         return false;
+    if (openedA.size != openedB.size)
+        return true;
     SourceReader readerA(fileA.get(), openedA.mode);
     SourceReader readerB(fileB.get(), openedB.mode);
-    bool const same = detail::sameContents(readerA, readerB, seenA.information.size);
+    bool const same = detail::sameContents(readerA, readerB, openedA.size);
     // The record holds the last read that failed.
     if (readerB.readFailed() || readerA.readFailed()) {
         posix::setFailurePath(readerB.readFailed() ? stackSecond.pathOf(b.bytes.c_str())
@@ -501,12 +508,11 @@ void DifferenceWalk::enterPair(Name const& a, Name const& b)
     }
     if (!listed) {
         // Leaving straight after entering reaches the parent still held.
+        unsigned long const failuresBefore = posix::failureCount();
         bool const leftA = enteredA != Entered::entered || stackFirst.leave();
         bool const leftB = enteredB != Entered::entered || stackSecond.leave();
-        if (!leftA || !leftB) {
-            keepFailure();
-            stopped = true;
-        }
+        if (!leftA || !leftB)
+            stopAfterALeaveFailed(failuresBefore);
         return;
     }
     level.pairings = pairNames(level.first, level.second);
