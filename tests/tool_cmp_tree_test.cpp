@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -110,9 +111,19 @@ private:
     {
         return ::mkfifo(path(side, relative).c_str(), 0644) == 0;
     }
+    // A socket's name must fit its address, whatever the length of the
+    // scratch directory's path: it is made through its directory's
+    // descriptor.
     bool socket(char const* side, std::string const& relative)
     {
-        return makeSocketFile(path(side, relative));
+        std::string const full = path(side, relative);
+        std::size_t const slash = full.find_last_of('/');
+        int const directory = ::open(full.substr(0, slash).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (directory < 0)
+            return false;
+        bool const made = makeSocketFile("/proc/self/fd/" + std::to_string(directory) + full.substr(slash));
+        ::close(directory);
+        return made;
     }
     std::string content()
     {

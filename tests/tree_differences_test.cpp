@@ -84,6 +84,20 @@ std::string below(Path const& path, std::string const& root)
     return native.substr(root.size() + 1);
 }
 
+/// Makes a socket file at `path` through its directory's descriptor, so that
+/// its name fits a socket address however long the scratch path is.
+/// @returns true when it is there.
+bool makeSocketAt(std::string const& path)
+{
+    std::size_t const slash = path.find_last_of('/');
+    int const directory = ::open(path.substr(0, slash).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory < 0)
+        return false;
+    bool const made = makeSocketFile("/proc/self/fd/" + std::to_string(directory) + path.substr(slash));
+    ::close(directory);
+    return made;
+}
+
 /// Fixture: trees "a" and "b" in the scratch directory, and the differences
 /// written one per line as "kind first second firstType secondType", the
 /// paths relative to their roots ("-" for an empty one).
@@ -355,12 +369,12 @@ TEST_F(TreeDifferences, FifosSocketsAndDevicesCompareByKindAndNeverBlock)
     for (char const* side : {"a", "b"}) {
         std::string const top(side);
         ASSERT_EQ(::mkfifo(at(top + "/fifo").c_str(), 0644), 0);
-        ASSERT_TRUE(makeSocketFile(at(top + "/socket")));
+        ASSERT_TRUE(makeSocketAt(at(top + "/socket")));
         makeLink("/dev/zero", top + "/device");
     }
     ASSERT_EQ(::mkfifo(at("a/fifo-file").c_str(), 0644), 0);
     makeFile("b/fifo-file", "");
-    ASSERT_TRUE(makeSocketFile(at("a/socket-fifo")));
+    ASSERT_TRUE(makeSocketAt(at("a/socket-fifo")));
     ASSERT_EQ(::mkfifo(at("b/socket-fifo").c_str(), 0644), 0);
     makeLink("/dev/zero", "a/endless");
     makeLink("/dev/urandom", "b/endless");
