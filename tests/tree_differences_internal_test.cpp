@@ -55,6 +55,15 @@ int countingFstatat(int directory, char const* name, struct stat* information, i
     return ::fstatat(directory, name, information, flags);
 }
 
+int vanishingFstatat(int directory, char const* name, struct stat* information, int flags)
+{
+    if (std::string(name) == "gone") {
+        errno = ENOENT;
+        return -1;
+    }
+    return ::fstatat(directory, name, information, flags);
+}
+
 dirent* failingReaddir(DIR* stream)
 {
     if (++readdirCalls == readdirFailsAt) {
@@ -143,6 +152,30 @@ TEST_F(TreeDifferencesFaults, AListingThatFailsIsAFailureAndItsContentsAreNotCom
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_EQ(failures[0].error, std::errc::io_error);
     EXPECT_EQ(failures[0].path.nativeString(), at("a/sub"));
+}
+
+TEST_F(TreeDifferencesFaults, AnEntryGoneSinceItWasListedIsAFailureAndTheRestIsCompared)
+{
+    for (char const* side : {"a", "b"}) {
+        ASSERT_TRUE(writeWholeFile(at(side) + "/gone", side));
+        ASSERT_TRUE(writeWholeFile(at(side) + "/kept", "same"));
+    }
+    ASSERT_EQ(::chmod(at("a/kept").c_str(), 0600), 0);
+    ASSERT_EQ(::chmod(at("b/kept").c_str(), 0644), 0);
+    posix::systemCalls().fstatat = vanishingFstatat;
+    fs::DifferenceOptions permissions;
+    permissions.comparePermissions = true;
+    std::vector<Failure> failed;
+    std::vector<TreeDifference> const found =
+        fs::differencesBetween(Path(at("a")), Path(at("b")), permissions, &failed);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].kind, DifferenceKind::differentPermissions);
+    EXPECT_EQ(found[0].first.nativeString(), at("a/kept"));
+    ASSERT_EQ(failed.size(), 2u);
+    EXPECT_EQ(failed[0].call, "fstatat");
+    EXPECT_EQ(failed[0].error, std::errc::no_such_file_or_directory);
+    EXPECT_EQ(failed[0].path.nativeString(), at("a/gone"));
+    EXPECT_EQ(failed[1].path.nativeString(), at("b/gone"));
 }
 
 TEST_F(TreeDifferencesFaults, NoEntryIsStattedByNameWhenTheListingTellsItsKind)
