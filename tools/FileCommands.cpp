@@ -1,6 +1,7 @@
 // kelvo-fs mkdir, rm, rm-matching, cp, mv, ln, cmp and cmp-tree: the file operations from the command line, with the reason for every refusal.
 #include "Commands.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <regex>
@@ -78,13 +79,31 @@ char const kCompareFilesUsage[] =
     "be opened or read.\n";
 
 char const kCompareTreesUsage[] =
-    "Usage: kelvo-fs cmp-tree A B\n"
+    "Usage: kelvo-fs cmp-tree [--no-dereference] [--permissions] [--times] A B\n"
     "Compare two directory trees.\n"
     "\n"
-    "Compares the directory trees A and B: the same names (ignoring letter case\n"
-    "and composition), the same kinds, the same file contents. A directory or a\n"
-    "file that cannot be read is named, with the reason. Exit status 0 when they\n"
-    "are the same, 1 when they differ, 2 when A or B is missing or not a\n"
+    "Compares the directory trees A and B and prints each difference on a line\n"
+    "of its own, in the words of a recursive brief diff:\n"
+    "  Only in DIR: NAME\n"
+    "  Files A/x and B/x differ\n"
+    "  Symbolic links A/l and B/l differ                (with --no-dereference)\n"
+    "  File A/x is a directory while file B/x is a regular file\n"
+    "Names pair ignoring letter case and composition, so a name spelt with other\n"
+    "bytes on each side is one entry, compared as any other, with a line of its\n"
+    "own before its other lines:\n"
+    "  Names A/copyright and B/COPYRIGHT differ in spelling\n"
+    "Symbolic links are followed (a link to a directory is compared as that\n"
+    "directory); with --no-dereference they are compared by the text they hold.\n"
+    "A FIFO, socket or device is never opened: it compares by its kind alone.\n"
+    "With --permissions and --times, entries of the same kind whose access bits\n"
+    "or modification times differ get a line too:\n"
+    "  Permissions of A/x and B/x differ\n"
+    "  Modification times of A/x and B/x differ\n"
+    "Entries come in the order names compare, each directory's contents right\n"
+    "after it. What cannot be read (a directory, a file, a link that leads\n"
+    "nowhere) is named on standard error with the reason, and left out. Exit\n"
+    "status 0 when the trees are the same (names that differ in spelling alone\n"
+    "are the same names), 1 when they differ, 2 when A or B is missing or not a\n"
     "directory, or when something in them could not be read.\n";
 
 namespace {
@@ -219,6 +238,93 @@ int sameOrDifferent(bool same, std::string const& a, std::string const& b)
     std::cout << quoteName(a) << (same ? " and " : " differs from ") << quoteName(b)
               << (same ? " are the same\n" : "\n");
     return same ? kExitSuccess : kExitNegative;
+}
+
+/// @returns the words a recursive brief diff uses for an entry of `type` at
+/// `path` ("regular empty file", "fifo", ...); a socket is the one kind the
+/// library names `unknown`.
+std::string kindWords(FileType type, Path const& path)
+{
+    switch (type) {
+    case FileType::regularFile:
+        return fs::fileSize(path) == 0 ? "regular empty file" : "regular file";
+    case FileType::directory:
+        return "directory";
+    case FileType::symbolicLink:
+        return "symbolic link";
+    case FileType::blockDevice:
+        return "block special file";
+    case FileType::characterDevice:
+        return "character special file";
+    case FileType::fifo:
+        return "fifo";
+    case FileType::unknown:
+        return "socket";
+    case FileType::none:
+        break;
+    }
+    return "weird file";
+}
+
+/// @returns the path `native` of an entry of the tree `root` as the lines
+/// show it: `root` without its trailing slashes, then the names below it.
+std::string shownPath(std::string const& native, std::string const& root)
+{
+    if (native.compare(0, root.size(), root) != 0)
+        return native;
+    std::string base = root;
+    while (base.size() > 1 && base.back() == '/')
+        base.pop_back();
+    std::size_t start = root.size();
+    while (start < native.size() && native[start] == '/')
+        ++start;
+    return base + (base.back() == '/' ? "" : "/") + native.substr(start);
+}
+
+/// @returns "Only in DIR: NAME" for the path `native` of an entry of the tree
+/// `root` only; DIR is the operand as it was given for an entry right below
+/// it.
+std::string onlyInLine(std::string const& native, std::string const& root)
+{
+    std::string const shown = shownPath(native, root);
+    std::size_t const slash = shown.find_last_of('/');
+    if (slash == std::string::npos)
+        return "Only in .: " + escapeName(shown);
+    std::string const name = shown.substr(slash + 1);
+    std::string directory = slash == 0 ? std::string("/") : shown.substr(0, slash);
+    bool const belowRoot = native.compare(0, root.size(), root) == 0
+        && native.size() - root.size() <= name.size() + 1;
+    if (belowRoot)
+        directory = root;
+    return "Only in " + escapeName(directory) + ": " + escapeName(name);
+}
+
+/// @returns the line that tells `difference`, found between the trees
+/// `first` and `second` as the operands named them.
+std::string differenceLine(fs::TreeDifference const& difference, std::string const& first, std::string const& second)
+{
+    std::string const a = escapeName(shownPath(difference.first.nativeString(), first));
+    std::string const b = escapeName(shownPath(difference.second.nativeString(), second));
+    switch (difference.kind) {
+    case fs::DifferenceKind::onlyInFirst:
+        return onlyInLine(difference.first.nativeString(), first);
+    case fs::DifferenceKind::onlyInSecond:
+        return onlyInLine(difference.second.nativeString(), second);
+    case fs::DifferenceKind::differentKinds:
+        return "File " + a + " is a " + kindWords(difference.firstType, difference.first) + " while file " + b
+             + " is a " + kindWords(difference.secondType, difference.second);
+    case fs::DifferenceKind::differentContents:
+        if (difference.firstType == FileType::symbolicLink)
+            return "Symbolic links " + a + " and " + b + " differ";
+        return "Files " + a + " and " + b + " differ";
+    case fs::DifferenceKind::differentPermissions:
+        return "Permissions of " + a + " and " + b + " differ";
+    case fs::DifferenceKind::differentTimes:
+        return "Modification times of " + a + " and " + b + " differ";
+    case fs::DifferenceKind::differentSpelling:
+        return "Names " + a + " and " + b + " differ in spelling";
+    }
+    return "Entries " + a + " and " + b + " differ";
 }
 
 } // namespace
@@ -434,23 +540,28 @@ int runCompareTrees(Invocation const& invocation)
         if (!checkOperand(invocation, operand, true))
             return kExitTrouble;
     }
-    startRecording();
-    std::vector<Path> unreadable;
-    bool const same = fs::compareDirectories(Path(operands[0]), Path(operands[1]), unreadable);
-    // A directory that cannot be listed counts as empty and a file that
-    // cannot be opened compares by its size: the answer is then no answer.
-    Failure const failed = recordedFailure();
-    reportUnreadable(invocation, unreadable, failed);
-    Failure const trouble = hiddenReadFailure(failed);
-    if (trouble && !isNamed(trouble, unreadable))
-        failure(invocation, failureText(isOpening(trouble.call) ? "open" : "read", trouble, operands[0], ""));
-    if (!unreadable.empty() || trouble) {
-        // A difference found before is still one.
-        if (!same)
-            sameOrDifferent(same, operands[0], operands[1]);
+    fs::DifferenceOptions options;
+    options.followSymbolicLinks = !invocation.hasOption("--no-dereference");
+    options.comparePermissions = invocation.hasOption("--permissions");
+    options.compareTimes = invocation.hasOption("--times");
+    std::vector<Failure> failures;
+    std::vector<fs::TreeDifference> const differences =
+        fs::differencesBetween(Path(operands[0]), Path(operands[1]), options, &failures);
+    for (fs::TreeDifference const& difference : differences)
+        std::cout << differenceLine(difference, operands[0], operands[1]) << "\n";
+    std::cout.flush();
+    // Trouble, whatever was found: the trees are alike only as far as they
+    // were read.
+    for (Failure const& failed : failures)
+        failure(invocation, failureText("read", failed, operands[0], ""));
+    if (!failures.empty())
         return kExitTrouble;
-    }
-    return sameOrDifferent(same, operands[0], operands[1]);
+    // Names compare ignoring case and composition: a spelling alone is told,
+    // but does not make the trees differ.
+    bool const differ = std::any_of(differences.begin(), differences.end(), [](fs::TreeDifference const& difference) {
+        return difference.kind != fs::DifferenceKind::differentSpelling;
+    });
+    return differ ? kExitNegative : kExitSuccess;
 }
 
 } // namespace kelvo::tool

@@ -16,5 +16,6 @@
 #include <kelvo/filesystem/PathHash.h>
 #include <kelvo/filesystem/Version.h>
 #include <kelvo/filesystem/TemporaryDirectory.h>
+#include <kelvo/filesystem/TreeDifferences.h>
 
 #endif

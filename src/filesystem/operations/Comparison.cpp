@@ -1,4 +1,4 @@
-// File and tree comparison: contents in large blocks through descriptors (with a bound for FIFOs and devices), trees walked through stacks of directory descriptors and sorted safely under the path ordering.
+// File and tree comparison: contents compared through descriptors (with a bound for FIFOs and devices), trees walked through stacks of directory descriptors and sorted safely under the path ordering.
 #include <kelvo/filesystem/Operations.h>
 
 #include "filesystem/path/PathInternal.h"
@@ -10,9 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <deque>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,53 +23,6 @@ using detail::Entered;
 using detail::ListedKind;
 using detail::OwnedDescriptor;
 using detail::SourceReader;
-
-constexpr std::int64_t kSmallestBlock = 4096;
-constexpr std::int64_t kLargestBlock = 262144;
-
-// Reads until `count` bytes are in, a read gives nothing, or `expected`
-// bytes (the size the status reported, when positive) are in: a file that
-// has not changed ends there, so no read is spent on seeing its end. A read
-// that fails counts as the end of the file, so the comparison loop ends.
-std::size_t readFull(SourceReader& reader, char* buffer, std::size_t count, std::int64_t expected)
-{
-    std::size_t got = 0;
-    while (got < count) {
-        if (expected > 0 && static_cast<std::int64_t>(got) == expected)
-            break;
-        long const n = reader.read(buffer + got, count - got);
-        if (n <= 0)
-            break;
-        got += static_cast<std::size_t>(n);
-    }
-    return got;
-}
-
-// Compares two open files of the same `size` block by block. A block one byte
-// longer than a small file sees its end in the first pass. Sources that are
-// cut short at the reader's bound (devices that never end) were not seen to
-// their ends, and are not called equal.
-bool compareOpenFiles(SourceReader& a, SourceReader& b, std::int64_t size)
-{
-    std::size_t const block = static_cast<std::size_t>(std::clamp(size + 1, kSmallestBlock, kLargestBlock));
-    std::unique_ptr<char[]> const buffers(new char[2 * block]);
-    char* const bufferA = buffers.get();
-    char* const bufferB = buffers.get() + block;
-    // Once the reported size is used up, every read goes to the system, so
-    // content beyond it (a file that grew) is still compared.
-    std::int64_t remaining = size;
-    for (;;) {
-        std::size_t const gotA = readFull(a, bufferA, block, remaining);
-        std::size_t const gotB = readFull(b, bufferB, block, remaining);
-        if (gotA != gotB)
-            return false;
-        if (std::memcmp(bufferA, bufferB, gotA) != 0)
-            return false;
-        if (gotB < block) // both at their ends: the counts agree
-            return !a.cutShort() && !b.cutShort();
-        remaining -= static_cast<std::int64_t>(gotA);
-    }
-}
 
 // Compares the files `nameA` of `directoryA` and `nameB` of `directoryB`
 // once their sizes agree. A file that cannot be opened counts as equal. They
@@ -98,7 +49,7 @@ bool compareFilesAt(int directoryA, char const* nameA, bool followA, DirectorySt
     }
     SourceReader readerA(a.get(), informationA.mode);
     SourceReader readerB(b.get(), informationB.mode);
-    return compareOpenFiles(readerA, readerB, size);
+    return detail::sameContents(readerA, readerB, size);
 }
 
 // The kind the library's status gives, from a followed mode.

@@ -1,4 +1,4 @@
-// Sources opened without waiting on them, and read with a bound when they are FIFOs or devices.
+// Sources opened without waiting on them, read with a bound when they are FIFOs or devices, and compared block by block.
 #include "filesystem/operations/SourceReading.h"
 
 #include "filesystem/posix/FailureRecord.h"
@@ -6,11 +6,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <memory>
 
 
 namespace kelvo::filesystem::detail {
 
 namespace {
+
+constexpr std::int64_t kSmallestBlock = 4096;
+constexpr std::int64_t kLargestBlock = 262144;
 
 bool isRegular(std::uint32_t mode) noexcept { return posix::kindOf(mode) == posix::ObjectKind::regularFile; }
 
@@ -53,6 +58,14 @@ SourceReader::SourceReader(int descriptor, std::uint32_t mode) noexcept
 
 long SourceReader::read(char* buffer, std::size_t count) noexcept
 {
+    long const got = readBounded(buffer, count);
+    if (got < 0)
+        failed = true;
+    return got;
+}
+
+long SourceReader::readBounded(char* buffer, std::size_t count) noexcept
+{
     if (!special)
         return posix::readSome(descriptor, buffer, count);
     if (cut || count == 0)
@@ -92,6 +105,51 @@ long SourceReader::read(char* buffer, std::size_t count) noexcept
         case posix::InputWait::failed:
             return -1;
         }
+    }
+}
+
+namespace {
+
+// Reads until `count` bytes are in, a read gives nothing, or `expected`
+// bytes (the size the status reported, when positive) are in: a file that
+// has not changed ends there, so no read is spent on seeing its end. A read
+// that fails counts as the end of the file, so the comparison loop ends.
+std::size_t readFull(SourceReader& reader, char* buffer, std::size_t count, std::int64_t expected)
+{
+    std::size_t got = 0;
+    while (got < count) {
+        if (expected > 0 && static_cast<std::int64_t>(got) == expected)
+            break;
+        long const n = reader.read(buffer + got, count - got);
+        if (n <= 0)
+            break;
+        got += static_cast<std::size_t>(n);
+    }
+    return got;
+}
+
+} // namespace
+
+// A block one byte longer than a small file sees its end in the first pass.
+bool sameContents(SourceReader& a, SourceReader& b, std::int64_t size)
+{
+    std::size_t const block = static_cast<std::size_t>(std::clamp(size + 1, kSmallestBlock, kLargestBlock));
+    std::unique_ptr<char[]> const buffers(new char[2 * block]);
+    char* const bufferA = buffers.get();
+    char* const bufferB = buffers.get() + block;
+    // Once the reported size is used up, every read goes to the system, so
+    // content beyond it (a file that grew) is still compared.
+    std::int64_t remaining = size;
+    for (;;) {
+        std::size_t const gotA = readFull(a, bufferA, block, remaining);
+        std::size_t const gotB = readFull(b, bufferB, block, remaining);
+        if (gotA != gotB)
+            return false;
+        if (std::memcmp(bufferA, bufferB, gotA) != 0)
+            return false;
+        if (gotB < block) // both at their ends: the counts agree
+            return !a.cutShort() && !b.cutShort();
+        remaining -= static_cast<std::int64_t>(gotA);
     }
 }
 

@@ -46,14 +46,28 @@ public:
     /// had bytes to give.
     bool cutShort() const noexcept { return cut; }
 
+    /// @returns true when a read failed (its failure is in the record).
+    bool readFailed() const noexcept { return failed; }
+
 private:
+    long readBounded(char* buffer, std::size_t count) noexcept;
+
     int descriptor;
     bool special;
     bool fifo;
     bool cut = false;
     bool waitedForWriter = false;
+    bool failed = false;
     std::int64_t total = 0;
 };
+
+/// Compares two open sources that the status gave the same `size` (a
+/// regular file's; any value for other sources) block by block, reading
+/// past `size` when a file grew. A read that fails counts as the end of its
+/// source (see `SourceReader::readFailed`). Sources cut short at the bound
+/// were not seen to their ends and are not called equal.
+/// @returns true when both gave the same bytes to the same end.
+bool sameContents(SourceReader& a, SourceReader& b, std::int64_t size);
 
 } // namespace kelvo::filesystem::detail
 

@@ -96,6 +96,7 @@ SystemCalls const kSystemCalls = {
     ::seekdir,
     ::symlink,
     ::readlink,
+    ::readlinkat,
     ::unlinkat,
     systemRemove,
     ::rmdir,

@@ -42,6 +42,7 @@ struct SystemCalls {
     void (*seekdir)(DIR* stream, long position);
     int (*symlink)(char const* target, char const* link);
     ssize_t (*readlink)(char const* path, char* buffer, std::size_t size);
+    ssize_t (*readlinkat)(int directory, char const* name, char* buffer, std::size_t size);
     int (*unlinkat)(int directory, char const* name, int flags);
     /// The C library's `remove`.
     int (*remove)(char const* path);

@@ -70,6 +70,12 @@ bool statAt(int directory, char const* name, bool follow, ObjectInformation& inf
     return fill(st, information);
 }
 
+std::int64_t readLinkAt(int directory, char const* name, char* buffer, std::size_t size) noexcept
+{
+    ssize_t const count = systemCalls().readlinkat(directory, name, buffer, size);
+    return count >= 0 ? static_cast<std::int64_t>(count) : failed("readlinkat", name, std::int64_t{-1});
+}
+
 bool statDescriptor(int descriptor, ObjectInformation& information) noexcept
 {
     struct stat st;

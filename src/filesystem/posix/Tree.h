@@ -39,6 +39,12 @@ bool statAt(int directory, char const* name, bool follow, ObjectInformation& inf
 /// @returns true and fills `information` on success; false on failure.
 bool statDescriptor(int descriptor, ObjectInformation& information) noexcept;
 
+/// Reads the text of the symbolic link `name` relative to `directory` with
+/// `readlinkat`, at most `size` bytes of it into `buffer` (no NUL added).
+/// @returns the count of bytes placed (`size` when the text may be longer),
+/// or -1 on failure (not a link, missing, no permission).
+std::int64_t readLinkAt(int directory, char const* name, char* buffer, std::size_t size) noexcept;
+
 /// Deletes `name` relative to `directory` with `unlinkat`: an empty directory
 /// when `isDirectory` is true (as `rmdir` does), else any other object.
 /// @returns true on success, false on failure.
