@@ -186,10 +186,11 @@ std::string Copier::destinationPath(char const* name) const
         return destination.pathOf(name);
     if (name == nullptr)
         return topTo;
-    std::string path = topToParent;
-    if (!path.empty() && path.back() != '/')
-        path += '/';
-    return path + name;
+    // Beside the destination: in the directory its path names, if any.
+    std::size_t const slash = topTo.rfind('/', topTo.find_last_not_of('/'));
+    if (slash == std::string::npos)
+        return name;
+    return topTo.substr(0, slash + 1) + name;
 }
 
 // Completes the record of the call that just failed with the whole `path` and
