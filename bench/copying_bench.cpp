@@ -12,7 +12,9 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdio.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -121,25 +123,39 @@ int runCommand(std::vector<std::string> const& arguments)
 
 // ---- The raw walk: the calls copyTreeWith makes, and nothing else ----------------------
 
-/// Gives the open `descriptor` the mode and times of `st`.
-bool keepModeAndTimes(int descriptor, struct stat const& st)
+/// Gives the open `descriptor` the mode (unless `modeSet`) and times of `st`.
+bool keepModeAndTimes(int descriptor, struct stat const& st, bool modeSet = false)
 {
     struct timespec const times[2] = {st.st_atim, st.st_mtim};
-    return ::fchmod(descriptor, st.st_mode & 07777) == 0 && ::futimens(descriptor, times) == 0;
+    return (modeSet || ::fchmod(descriptor, st.st_mode & 07777) == 0) && ::futimens(descriptor, times) == 0;
+}
+
+/// The umask, read once per copy as copyTreeWith reads it.
+mode_t creationMask()
+{
+    mode_t const mask = ::umask(0);
+    ::umask(mask);
+    return mask;
 }
 
 /// Copies the file `name` of `from` into `to`: through a new file under
 /// another name, in the kernel, mode and times set, renamed without replacing.
-bool rawCopyFile(int from, int to, char const* name, unsigned& counter)
+bool rawCopyFile(int from, int to, char const* name, unsigned& counter, mode_t mask)
 {
     int const in = ::openat(from, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC);
     if (in < 0)
         return false;
     struct stat st;
     bool ok = ::fstat(in, &st) == 0;
-    char temporary[64];
-    std::snprintf(temporary, sizeof temporary, ".raw-copy-%x", counter++);
-    int const out = ::openat(to, temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    char temporary[32] = ".raw-copy-";
+    char* digit = temporary + 10;
+    for (unsigned value = counter++; value != 0 || digit == temporary + 10; value >>= 4)
+        *digit++ = "0123456789abcdef"[value & 0xfu];
+    *digit = '\0';
+    // Created with its own mode where the umask leaves it whole.
+    bool const modeSet = ok && (st.st_mode & 07000) == 0 && (st.st_mode & 0777 & mask) == 0;
+    int const out = ::openat(to, temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                             modeSet ? st.st_mode & 0777 : 0600);
     ok = ok && out >= 0;
     off_t copied = 0;
     while (ok && copied < st.st_size) {
@@ -147,7 +163,7 @@ bool rawCopyFile(int from, int to, char const* name, unsigned& counter)
         ok = count > 0;
         copied += count;
     }
-    ok = ok && keepModeAndTimes(out, st);
+    ok = ok && keepModeAndTimes(out, st, modeSet);
     ok = out >= 0 && ::close(out) == 0 && ok;
     ::close(in);
     return ok && ::renameat2(to, temporary, to, name, RENAME_NOREPLACE) == 0;
@@ -155,7 +171,7 @@ bool rawCopyFile(int from, int to, char const* name, unsigned& counter)
 
 /// Copies the directory `name` of `from` to `name` of `to`: made private,
 /// filled, then given its mode and times.
-bool rawCopyTree(int from, char const* fromName, int to, char const* toName, unsigned& counter)
+bool rawCopyTree(int from, char const* fromName, int to, char const* toName, unsigned& counter, mode_t mask)
 {
     int const source = ::openat(from, fromName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (source < 0)
@@ -171,8 +187,8 @@ bool rawCopyTree(int from, char const* fromName, int to, char const* toName, uns
             break;
         if (isDotOrDotDot(entry->d_name))
             continue;
-        ok = entry->d_type == DT_DIR ? rawCopyTree(source, entry->d_name, destination, entry->d_name, counter)
-                                     : rawCopyFile(source, destination, entry->d_name, counter);
+        ok = entry->d_type == DT_DIR ? rawCopyTree(source, entry->d_name, destination, entry->d_name, counter, mask)
+                                     : rawCopyFile(source, destination, entry->d_name, counter, mask);
     }
     if (stream != nullptr)
         ::closedir(stream);
@@ -227,15 +243,32 @@ void copyTreeWithRaw(benchmark::State& state)
 {
     copyTreeBenchmark(state, [](std::string const& from, std::string const& to) {
         unsigned counter = 0;
-        return rawCopyTree(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), counter);
+        return rawCopyTree(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), counter, creationMask());
     });
 }
 
+/// @returns the processor time (user and system) of the children waited for
+/// so far, in milliseconds.
+double childrenProcessorMilliseconds()
+{
+    struct rusage usage = {};
+    ::getrusage(RUSAGE_CHILDREN, &usage);
+    auto const milliseconds = [](struct timeval const& time) {
+        return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
+    };
+    return milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+}
+
+// The process's own processor time is not the copy's here: the counter
+// "cp_cpu_ms" is the processor time of cp itself per copy, to compare with
+// the CPU time of the others on a loaded machine.
 void copyTreeWithSystemCp(benchmark::State& state)
 {
+    double const before = childrenProcessorMilliseconds();
     copyTreeBenchmark(state, [](std::string const& from, std::string const& to) {
         return runCommand({"cp", "-a", from, to}) == 0;
     });
+    state.counters["cp_cpu_ms"] = (childrenProcessorMilliseconds() - before) / static_cast<double>(state.iterations());
 }
 
 // A callback as a file manager's: takes the numbers, goes on. The default

@@ -1,6 +1,7 @@
 // Tests of the data path and failure paths of copyFileWith and copyTreeWith, with calls replaced in the system-call table: clones taken or refused, in-kernel copies refused, writes failing half-way, renames that cannot refuse to replace, owners that cannot be set.
 #include <kelvo/filesystem.h>
 
+#include "filesystem/posix/Copy.h"
 #include "filesystem/posix/SystemCalls.h"
 
 #include "support/FileTrees.h"
@@ -364,6 +365,47 @@ TEST_F(CopyingInjected, AFailingTimeChangeFailsTheFileAndRemovesIt)
     EXPECT_EQ(result.failures[0].path.nativeString(), at("to"));
     EXPECT_FALSE(isPresentOnDisk(at("to")));
     EXPECT_EQ(temporariesIn(scratch), 0);
+}
+
+TEST_F(CopyingInjected, TheUmaskIsReadWithoutChangingIt)
+{
+    mode_t const previous = ::umask(027);
+    std::uint32_t mask = 0;
+    bool const read = posix::readCreationMask(mask);
+    mode_t const after = ::umask(previous);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(mask, 027u);
+    EXPECT_EQ(after, 027u);
+}
+
+TEST_F(CopyingInjected, WithoutTheUmaskEveryModeIsSetAfterTheWrite)
+{
+    posix::systemCalls().open = [](char const*, int, mode_t) {
+        errno = EACCES;
+        return -1;
+    };
+    std::uint32_t mask = 0;
+    EXPECT_FALSE(posix::readCreationMask(mask));
+    EXPECT_EQ(fs::lastFailure().call, "open");
+    EXPECT_EQ(fs::lastFailure().path.nativeString(), "/proc/self/status");
+
+    ASSERT_TRUE(writeWholeFile(at("from"), "x"));
+    ASSERT_EQ(::chmod(at("from").c_str(), 0664), 0);
+    int modeChanges = 0;
+    static int* changes = nullptr;
+    changes = &modeChanges;
+    posix::systemCalls().fchmod = [](int descriptor, mode_t mode) {
+        ++*changes;
+        return ::fchmod(descriptor, mode);
+    };
+    mode_t const previous = ::umask(077);
+    CopyResult const result = fs::copyFileWith(path("from"), path("to"));
+    ::umask(previous);
+    EXPECT_TRUE(result.succeeded());
+    EXPECT_EQ(modeChanges, 1);
+    struct stat st;
+    ASSERT_EQ(::stat(at("to").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0664u);
 }
 
 } // namespace

@@ -170,6 +170,22 @@ TEST_F(Copying, ModesAreKeptEvenWhereTheyDenyTheCopyItsOwnWrites)
     ASSERT_EQ(::chmod(at("to/readonly").c_str(), 0700), 0);
 }
 
+TEST_F(Copying, ModesAreKeptWhateverTheUmask)
+{
+    makeDirectory("from", 0775);
+    makeFile("from/shared", "s", 0664);
+    makeFile("from/own", "o", 0600);
+    makeFile("from/setgid", "g", 02750);
+    mode_t const previous = ::umask(077);
+    CopyResult const result = fs::copyTreeWith(path("from"), path("to"));
+    ::umask(previous);
+    ASSERT_TRUE(result.succeeded()) << failuresText(result);
+    EXPECT_EQ(linkStatus(at("to")).st_mode & 07777, 0775u);
+    EXPECT_EQ(linkStatus(at("to/shared")).st_mode & 07777, 0664u);
+    EXPECT_EQ(linkStatus(at("to/own")).st_mode & 07777, 0600u);
+    EXPECT_EQ(linkStatus(at("to/setgid")).st_mode & 07777, 02750u);
+}
+
 TEST_F(Copying, WithoutKeepingModesTheUmaskApplies)
 {
     makeFile("file", "x", 0777);

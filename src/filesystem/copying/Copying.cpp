@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <deque>
 #include <memory>
 #include <string>
@@ -119,7 +118,7 @@ private:
     bool applyAttributesOf(int descriptor, ObjectInformation const& information, bool setMode);
     bool applyAttributesAt(Place at, ObjectInformation const& information, bool setMode);
     bool placeUnderFinalName(Place temporary, Place to);
-    std::string nextTemporaryName();
+    char const* nextTemporaryName();
 
     // ---- reports
     bool advance(std::int64_t bytes);
@@ -164,11 +163,19 @@ private:
     std::uint64_t refusedTo = 0;
     bool rangeRefused = false;
     std::uint64_t destinationDevice = 0; // of the directory the copies are made in
+    // The umask, read once: a file whose mode it leaves whole is created with
+    // that mode, which saves setting it afterwards.
+    bool maskRead = false;
+    bool maskKnown = false;
+    std::uint32_t creationMask = 0;
 
     // Temporary names.
-    bool seeded = false;
-    std::uint32_t seed = 0;
     std::uint32_t counter = 0;
+    // The prefix, eight hexadecimal digits drawn once, "-", a counter in
+    // hexadecimal: made by hand, since a formatted print per file would cost
+    // more than the rest of the copy's own work.
+    char temporaryName[sizeof kTemporaryPrefix + 8 + 1 + 8] = {};
+    char* counterStart = nullptr;
 };
 
 // ---- reports ---------------------------------------------------------------------
@@ -264,20 +271,35 @@ bool Copier::entryDone()
 
 // ---- one entry -------------------------------------------------------------------
 
-std::string Copier::nextTemporaryName()
+// @returns the next temporary name, valid until the next call.
+char const* Copier::nextTemporaryName()
 {
-    if (!seeded) {
+    static char const kDigits[] = "0123456789abcdef";
+    if (counterStart == nullptr) {
+        std::uint32_t seed;
         try {
             seed = detail::drawRandomNumber();
         } catch (...) {
-            seed = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(this));
+            seed = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(this) >> 4);
         }
-        seeded = true;
+        char* out = std::copy(kTemporaryPrefix, kTemporaryPrefix + sizeof kTemporaryPrefix - 1, temporaryName);
+        for (int shift = 28; shift >= 0; shift -= 4)
+            *out++ = kDigits[(seed >> shift) & 0xfu];
+        *out++ = '-';
+        counterStart = out;
     }
-    char name[sizeof kTemporaryPrefix + 24];
-    std::snprintf(name, sizeof name, "%s%08x-%x", kTemporaryPrefix, static_cast<unsigned>(seed),
-                  static_cast<unsigned>(counter++));
-    return name;
+    char digits[8];
+    int count = 0;
+    std::uint32_t value = counter++;
+    do {
+        digits[count++] = kDigits[value & 0xfu];
+        value >>= 4;
+    } while (value != 0);
+    char* out = counterStart;
+    while (count > 0)
+        *out++ = digits[--count];
+    *out = '\0';
+    return temporaryName;
 }
 
 // Tells whether an existing destination `to` is kept as the overwrite policy
@@ -459,22 +481,33 @@ void Copier::copyRegular(Place from, bool followLink, Place to, bool checkExisti
     }
     if (checkExisting && keepsExisting(to, information))
         return;
-    std::uint32_t const creationMode = options.keepPermissions ? kPrivateFileMode : (information.mode & 0777u);
-    std::string temporary;
+    if (options.keepPermissions && !maskRead) {
+        maskKnown = posix::readCreationMask(creationMask);
+        maskRead = true;
+    }
+    // Created with its own mode when the umask leaves it whole (and it has
+    // no set-user, set-group or sticky bit, which a change of owner may
+    // clear): the descriptor opened for writing writes, whatever the mode.
+    // Otherwise private, and given its mode once written.
+    std::uint32_t const accessBits = information.mode & 0777u;
+    bool const modeAtCreation = !options.keepPermissions
+        || (maskKnown && (information.mode & 07000u) == 0 && (accessBits & creationMask) == 0);
+    std::uint32_t const creationMode = modeAtCreation ? accessBits : kPrivateFileMode;
+    char const* temporary = nullptr;
     int descriptor = -1;
     for (int attempt = 0; descriptor < 0; ++attempt) {
         temporary = nextTemporaryName();
-        posix::CreateResult const created = posix::createFileAt(to.directory, temporary.c_str(), creationMode, descriptor);
+        posix::CreateResult const created = posix::createFileAt(to.directory, temporary, creationMode, descriptor);
         if (created == posix::CreateResult::failed || (created == posix::CreateResult::exists && attempt + 1 == kNameAttempts)) {
             fail(destinationPath(to.name));
             return;
         }
     }
     OwnedDescriptor output(descriptor);
-    Place const made{to.directory, temporary.c_str()};
+    Place const made{to.directory, temporary};
     auto const discard = [&] {
         output.close();
-        posix::unlinkAt(to.directory, temporary.c_str(), false);
+        posix::unlinkAt(to.directory, temporary, false);
     };
     switch (copyData(input.get(), output.get(), information)) {
     case Step::done:
@@ -491,14 +524,14 @@ void Copier::copyRegular(Place from, bool followLink, Place to, bool checkExisti
         discard();
         return;
     }
-    if (!applyAttributesOf(output.get(), information, options.keepPermissions)) {
+    if (!applyAttributesOf(output.get(), information, !modeAtCreation)) {
         fail(destinationPath(to.name));
         discard();
         return;
     }
     if (!output.close()) {
         fail(destinationPath(to.name));
-        posix::unlinkAt(to.directory, temporary.c_str(), false);
+        posix::unlinkAt(to.directory, temporary, false);
         return;
     }
     if (!placeUnderFinalName(made, to))
@@ -542,19 +575,19 @@ void Copier::copyOther(Place from, ObjectInformation const& information, Place t
     // Without the permissions kept, a FIFO or device file gets the source's
     // bits less the umask, as a new file does.
     std::uint32_t const creationMode = options.keepPermissions ? kPrivateFileMode : (information.mode & 0777u);
-    std::string temporary;
+    char const* temporary = nullptr;
     for (int attempt = 0;; ++attempt) {
         temporary = nextTemporaryName();
         posix::CreateResult created;
         switch (kind) {
         case ObjectKind::symbolicLink:
-            created = posix::createSymbolicLinkAt(target.c_str(), to.directory, temporary.c_str());
+            created = posix::createSymbolicLinkAt(target.c_str(), to.directory, temporary);
             break;
         case ObjectKind::fifo:
-            created = posix::createFifoAt(to.directory, temporary.c_str(), creationMode);
+            created = posix::createFifoAt(to.directory, temporary, creationMode);
             break;
         default:
-            created = posix::createDeviceAt(to.directory, temporary.c_str(), kind, creationMode,
+            created = posix::createDeviceAt(to.directory, temporary, kind, creationMode,
                                             information.specialDevice);
             break;
         }
@@ -565,11 +598,11 @@ void Copier::copyOther(Place from, ObjectInformation const& information, Place t
             return;
         }
     }
-    Place const made{to.directory, temporary.c_str()};
+    Place const made{to.directory, temporary};
     bool const setMode = options.keepPermissions && kind != ObjectKind::symbolicLink;
     if (!applyAttributesAt(made, information, setMode)) {
         fail(destinationPath(to.name));
-        posix::unlinkAt(to.directory, temporary.c_str(), false);
+        posix::unlinkAt(to.directory, temporary, false);
         return;
     }
     if (!placeUnderFinalName(made, to))

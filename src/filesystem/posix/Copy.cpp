@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -198,6 +199,44 @@ RenameResult renameAt(int fromDirectory, char const* from, int toDirectory, char
 CreateResult hardLinkAt(int fromDirectory, char const* from, int toDirectory, char const* to) noexcept
 {
     return created(systemCalls().linkat(fromDirectory, from, toDirectory, to, 0), "linkat", to);
+}
+
+bool readCreationMask(std::uint32_t& mask) noexcept
+{
+    static char const kPath[] = "/proc/self/status";
+    static char const kField[] = "\nUmask:";
+    int const descriptor = systemCalls().open(kPath, O_RDONLY | O_CLOEXEC | O_NOCTTY, 0);
+    if (descriptor < 0) {
+        note("open", kPath);
+        return false;
+    }
+    // The field comes early: the first few kilobytes hold it.
+    char text[4096];
+    std::size_t length = 0;
+    while (length < sizeof text - 1) {
+        ssize_t const count = systemCalls().read(descriptor, text + length, sizeof text - 1 - length);
+        if (count < 0)
+            note("read", kPath);
+        if (count <= 0)
+            break;
+        length += static_cast<std::size_t>(count);
+    }
+    systemCalls().close(descriptor);
+    text[length] = '\0';
+    char const* field = std::strstr(text, kField);
+    if (field == nullptr)
+        return false;
+    field += sizeof kField - 1;
+    while (*field == ' ' || *field == '\t')
+        ++field;
+    std::uint32_t value = 0;
+    int digits = 0;
+    for (; *field >= '0' && *field <= '7'; ++field, ++digits)
+        value = value * 8 + static_cast<std::uint32_t>(*field - '0');
+    if (digits == 0)
+        return false;
+    mask = value & 0777u;
+    return true;
 }
 
 } // namespace kelvo::filesystem::posix

@@ -118,6 +118,13 @@ RenameResult renameAt(int fromDirectory, char const* from, int toDirectory, char
 /// `toDirectory` with `linkat`, never following a link.
 CreateResult hardLinkAt(int fromDirectory, char const* from, int toDirectory, char const* to) noexcept;
 
+/// Reads the process's file creation mask (the umask) from the system's
+/// status of the process (/proc/self/status), without changing it as the
+/// `umask` call would, with `open`, `read` and `close`.
+/// @returns true and sets `mask` (its nine access bits) when the system tells
+/// it; false where it does not.
+bool readCreationMask(std::uint32_t& mask) noexcept;
+
 } // namespace kelvo::filesystem::posix
 
 #endif
