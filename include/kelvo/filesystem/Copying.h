@@ -122,7 +122,8 @@ KELVO_FILESYSTEM_API CopyResult copyFileWith(Path const& from, Path const& to, C
 /// one below it exists) and given their times, modes and owners once their
 /// contents are in. A tree of any depth takes a bounded number of
 /// descriptors; a FIFO is never opened; a directory that cannot be read is a
-/// failure and the rest is copied. Hard links are copied as separate files.
+/// failure and the rest is copied. Hard links are copied as separate files;
+/// extended attributes and access control lists are not copied.
 /// When `from` is not a directory, it is copied as `copyFileWith` does.
 /// @returns what was done, failures and skipped entries included.
 KELVO_FILESYSTEM_API CopyResult copyTreeWith(Path const& from, Path const& to, CopyOptions const& options = {});
