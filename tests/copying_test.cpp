@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <stdexcept>
 #include <set>
@@ -506,6 +507,15 @@ TEST_F(Copying, EveryBlockIsReportedWithZeroIntervalsAndOnlyTheEndWithHugeOnes)
     ASSERT_EQ(reports.size(), 4u);
     EXPECT_EQ(reports[0].bytesDone, 3 * 4096);
     EXPECT_EQ(reports[2].bytesDone, 9 * 4096);
+
+    // The largest intervals there are: only the final report.
+    reports.clear();
+    options.progressIntervalBytes = std::numeric_limits<std::int64_t>::max();
+    options.progressIntervalMilliseconds = std::numeric_limits<std::int64_t>::max();
+    ASSERT_TRUE(fs::copyTreeWith(path("from"), path("largest"), options).succeeded());
+    ASSERT_EQ(reports.size(), 1u);
+    options.progressIntervalBytes = 3 * 4096;
+    options.progressIntervalMilliseconds = 1LL << 40;
 
     // Without the counting walk the totals are unknown.
     reports.clear();

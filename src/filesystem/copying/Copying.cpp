@@ -256,8 +256,10 @@ bool Copier::advance(std::int64_t bytes)
     bytesSinceReport += bytes;
     if (bytesSinceReport >= options.progressIntervalBytes)
         return report(false);
-    auto const now = std::chrono::steady_clock::now();
-    if (now - lastReport >= std::chrono::milliseconds(options.progressIntervalMilliseconds))
+    // Compared in whole milliseconds, so that any interval, however large,
+    // is compared without overflowing.
+    auto const elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - lastReport);
+    if (elapsed.count() >= options.progressIntervalMilliseconds)
         return report(false);
     return true;
 }
