@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -263,6 +264,48 @@ TEST_F(ToolCopyKeeping, AnUnreadableDirectoryIsNamedWithItsReason)
     EXPECT_EQ(copied.exitStatus, 1);
     EXPECT_EQ(copied.err, "kelvo-fs cp: cannot copy 'from/closed': Permission denied\n");
     EXPECT_EQ(readWholeFile(at("to/open")), "o");
+}
+
+TEST_F(ToolCopyKeeping, AnInterruptStopsTheCopyCleanly)
+{
+    makeDirectory("from");
+    int const files = 5000;
+    for (int i = 0; i < files; ++i)
+        makeFile("from/f" + std::to_string(i), std::string(4096, char('a' + i % 26)));
+    std::string const from = at("from");
+    std::string const to = at("to");
+    int errors[2];
+    ASSERT_EQ(::pipe(errors), 0);
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::dup2(errors[1], STDERR_FILENO);
+        ::close(errors[0]);
+        ::execl(kToolPath, kToolPath, "cp", "-a", from.c_str(), to.c_str(), static_cast<char*>(nullptr));
+        ::_exit(124);
+    }
+    ASSERT_GT(child, 0);
+    ::close(errors[1]);
+    // Interrupted once the copy is under way.
+    for (int waited = 0; waited < 30000 && !isPresentOnDisk(to); ++waited)
+        ::usleep(1000);
+    ::kill(child, SIGINT);
+    std::string err;
+    char buffer[4096];
+    for (ssize_t got; (got = ::read(errors[0], buffer, sizeof buffer)) > 0;)
+        err.append(buffer, static_cast<std::size_t>(got));
+    ::close(errors[0]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status)) << "the tool did not stop cleanly";
+    if (WEXITSTATUS(status) == 0)
+        GTEST_SKIP() << "the copy ended before the interrupt came";
+    EXPECT_EQ(WEXITSTATUS(status), 130) << err;
+    EXPECT_TRUE(contains(err, "interrupted: the file being copied was removed")) << err;
+    EXPECT_EQ(temporariesUnder(to), 0);
+    std::vector<std::string> const copied = namesIn(to);
+    EXPECT_LT(copied.size(), static_cast<std::size_t>(files));
+    for (std::string const& name : copied)
+        EXPECT_EQ(readWholeFile(to + "/" + name), readWholeFile(from + "/" + name)) << name;
 }
 
 TEST_F(ToolCopyKeeping, UsageErrorsAreRefused)
