@@ -250,6 +250,16 @@ int runLink(Invocation const& invocation);
 int runCompareFiles(Invocation const& invocation);
 int runCompareTrees(Invocation const& invocation);
 
+/// @returns the message for a failure of a copy or move from `from` to `to`:
+/// "cannot VERB 'PATH': REASON" for a path of the source, "cannot VERB to
+/// 'PATH': REASON" for one of the destination.
+std::string transferFailureText(char const* verb, kelvo::filesystem::Failure const& failed, std::string const& from,
+                                std::string const& to, std::string const& ownReason);
+
+/// kelvo-fs cp -a (CopyCommands.cpp): the copy that keeps times, modes,
+/// owners and links, with a progress line on a terminal.
+int runCopyKeeping(Invocation const& invocation);
+
 } // namespace kelvo::tool
 
 #endif

@@ -42,7 +42,7 @@ char const kRemoveMatchingUsage[] =
     "an entry could not be removed; 2 for a PATTERN that is not valid.\n";
 
 char const kCopyUsage[] =
-    "Usage: kelvo-fs cp [-r] [--overwrite] FROM TO\n"
+    "Usage: kelvo-fs cp [-r] [--overwrite] [-a] [--progress] [--reflink WHEN] FROM TO\n"
     "Copy a file or (-r) a directory tree.\n"
     "\n"
     "Copies the file FROM (links followed) to TO; the copy gets FROM's permissions\n"
@@ -53,7 +53,21 @@ char const kCopyUsage[] =
     "up to 16 MiB. A directory that cannot be read is named, with the reason,\n"
     "and copied empty. Exit status 1 when something could not be copied, and\n"
     "when a file or a directory could not be read to its end (what was read is\n"
-    "kept).\n";
+    "kept).\n"
+    "\n"
+    "With -a, FROM (a file, a link or a whole tree) is copied keeping what it is:\n"
+    "modification and access times to the nanosecond, permission bits, owner and\n"
+    "group where allowed, symbolic links as links; FIFOs and (for root) device\n"
+    "files are made anew, sockets are skipped and named. A directory TO that\n"
+    "exists is merged into; an existing file is kept (named, exit status 1)\n"
+    "unless --overwrite is given. Each file is written under a temporary name\n"
+    "beside its destination, starting with \".kelvo-copy-\", and renamed into\n"
+    "place when complete. --reflink=auto (the default) shares the blocks where\n"
+    "the file system can, --reflink=always fails each file where it cannot,\n"
+    "--reflink=never always copies the bytes. --progress shows a progress line\n"
+    "(bytes, rate, time left) on standard error when it is a terminal. Every\n"
+    "entry that fails is named with the reason and the rest is copied; exit\n"
+    "status 1 when anything was not copied. --progress and --reflink need -a.\n";
 
 char const kMoveUsage[] =
     "Usage: kelvo-fs mv FROM TO\n"
@@ -153,9 +167,8 @@ Failure hiddenReadFailure(Failure const& failed)
     return failed && (isOpening(failed.call) || isReading(failed.call)) ? failed : Failure();
 }
 
-/// @returns the message for a failure of a copy or move from `from` to `to`:
-/// "cannot VERB 'PATH': REASON" for a path of the source, "cannot VERB to
-/// 'PATH': REASON" for one of the destination.
+} // namespace
+
 std::string transferFailureText(char const* verb, Failure const& failed, std::string const& from,
                                 std::string const& to, std::string const& ownReason)
 {
@@ -166,6 +179,8 @@ std::string transferFailureText(char const* verb, Failure const& failed, std::st
     return failureText(destination ? std::string(verb) + " to" : std::string(verb), failed,
                        destination ? to : from, ownReason);
 }
+
+namespace {
 
 int makeOne(Invocation const& invocation, std::string const& operand, bool parents)
 {
@@ -406,6 +421,10 @@ int runCopy(Invocation const& invocation)
     std::vector<std::string> const operands = invocation.allOperands();
     if (operands.size() != 2)
         return badUsage(invocation, "needs FROM and TO");
+    if (invocation.hasOption("-a"))
+        return runCopyKeeping(invocation);
+    if (invocation.hasOption("--progress") || invocation.hasOption("--reflink"))
+        return badUsage(invocation, "--progress and --reflink need -a");
     Path const from(operands[0]);
     Path const to(operands[1]);
     bool const overwrite = invocation.hasOption("--overwrite");

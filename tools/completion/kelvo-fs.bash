@@ -32,6 +32,19 @@ _kelvo_fs()
         fi
     done
 
+    # The values of cp's --reflink, given after "=" or as the next word.
+    if [[ $command == cp ]]; then
+        local previous=${COMP_WORDS[COMP_CWORD - 1]}
+        if [[ $current == --reflink=* ]]; then
+            COMPREPLY=($(compgen -W $'--reflink=auto\n--reflink=always\n--reflink=never' -- "$current"))
+            return 0
+        fi
+        if [[ $previous == --reflink || ($previous == = && ${COMP_WORDS[COMP_CWORD - 2]} == --reflink) ]]; then
+            COMPREPLY=($(compgen -W $'auto\nalways\nnever' -- "$current"))
+            return 0
+        fi
+    fi
+
     if [[ $current == -* ]]; then
         COMPREPLY=($(compgen -W "$("$tool" help --options "$command" 2>/dev/null)" -- "$current"))
         return 0

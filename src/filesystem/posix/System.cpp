@@ -39,6 +39,9 @@ void fillInformation(struct stat const& st, ObjectInformation& information) noex
     information.size = static_cast<std::int64_t>(st.st_size);
     information.device = static_cast<std::uint64_t>(st.st_dev);
     information.inode = static_cast<std::uint64_t>(st.st_ino);
+    information.owner = static_cast<std::uint32_t>(st.st_uid);
+    information.group = static_cast<std::uint32_t>(st.st_gid);
+    information.specialDevice = static_cast<std::uint64_t>(st.st_rdev);
 #if defined(KELVO_HAS_STAT_MTIM)
     information.modificationSeconds = st.st_mtim.tv_sec;
     information.modificationNanoseconds = st.st_mtim.tv_nsec;

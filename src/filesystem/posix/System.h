@@ -26,6 +26,9 @@ struct ObjectInformation {
     std::int64_t modificationNanoseconds = 0; ///< its sub-second part, 0 to 999999999
     std::int64_t accessSeconds = 0;           ///< whole seconds of the access time
     std::int64_t accessNanoseconds = 0;       ///< its sub-second part, 0 to 999999999
+    std::uint32_t owner = 0;                  ///< `st_uid`
+    std::uint32_t group = 0;                  ///< `st_gid`
+    std::uint64_t specialDevice = 0;          ///< `st_rdev`: the device a device file stands for
 };
 
 /// The kinds of object the library tells apart.

@@ -8,9 +8,14 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
+
+#if defined(__linux__)
+#include <linux/fs.h>
+#endif
 
 namespace kelvo::filesystem::posix {
 
@@ -76,6 +81,30 @@ int systemRunThreadWithStack(std::size_t stackBytes, void* (*body)(void*), void*
     return error;
 }
 
+int systemCloneFile(int destination, int source)
+{
+#if defined(__linux__) && defined(FICLONE)
+    return ::ioctl(destination, FICLONE, source);
+#else
+    (void)destination;
+    (void)source;
+    errno = EOPNOTSUPP;
+    return -1;
+#endif
+}
+
+int systemRenameat2(int fromDirectory, char const* from, int toDirectory, char const* to, unsigned flags)
+{
+#if defined(__linux__) && defined(RENAME_NOREPLACE)
+    return ::renameat2(fromDirectory, from, toDirectory, to, flags);
+#else
+    if (flags == 0)
+        return ::renameat(fromDirectory, from, toDirectory, to);
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
 SystemCalls const kSystemCalls = {
     systemStat,
     systemLstat,
@@ -115,6 +144,19 @@ SystemCalls const kSystemCalls = {
     systemPollInput,
     ::pthread_atfork,
     systemRunThreadWithStack,
+    systemCloneFile,
+    ::fchmod,
+    ::fchmodat,
+    ::fchown,
+    ::fchownat,
+    ::futimens,
+    ::utimensat,
+    systemRenameat2,
+    ::linkat,
+    ::mkfifoat,
+    ::mknodat,
+    ::readlinkat,
+    ::symlinkat,
 };
 
 } // namespace

@@ -10,6 +10,7 @@
 
 struct stat;
 struct timeval;
+struct timespec;
 
 namespace kelvo::filesystem::posix {
 
@@ -66,6 +67,22 @@ struct SystemCalls {
     /// (`pthread_attr_setstacksize`, `pthread_create`) and joins it.
     /// @returns 0 when it ran, else the error number of the failing call.
     int (*runThreadWithStack)(std::size_t stackBytes, void* (*body)(void*), void* argument);
+    /// `ioctl(destination, FICLONE, source)`: the destination shares the
+    /// source's blocks; fails with EOPNOTSUPP where the system cannot.
+    int (*cloneFile)(int destination, int source);
+    int (*fchmod)(int descriptor, mode_t mode);
+    int (*fchmodat)(int directory, char const* name, mode_t mode, int flags);
+    int (*fchown)(int descriptor, uid_t owner, gid_t group);
+    int (*fchownat)(int directory, char const* name, uid_t owner, gid_t group, int flags);
+    int (*futimens)(int descriptor, struct timespec const times[2]);
+    int (*utimensat)(int directory, char const* name, struct timespec const times[2], int flags);
+    /// `renameat2`; fails with ENOSYS where the system has no such call.
+    int (*renameat2)(int fromDirectory, char const* from, int toDirectory, char const* to, unsigned flags);
+    int (*linkat)(int fromDirectory, char const* from, int toDirectory, char const* to, int flags);
+    int (*mkfifoat)(int directory, char const* name, mode_t mode);
+    int (*mknodat)(int directory, char const* name, mode_t mode, dev_t device);
+    ssize_t (*readlinkat)(int directory, char const* name, char* buffer, std::size_t size);
+    int (*symlinkat)(char const* target, int directory, char const* name);
 };
 
 struct ObjectInformation;
