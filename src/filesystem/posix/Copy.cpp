@@ -111,14 +111,6 @@ CreateResult createSymbolicLinkAt(char const* target, int directory, char const*
     return created(systemCalls().symlinkat(target, directory, name), "symlinkat", name);
 }
 
-long readLinkAt(int directory, char const* name, char* buffer, std::size_t size) noexcept
-{
-    ssize_t const count = systemCalls().readlinkat(directory, name, buffer, size);
-    if (count < 0)
-        note("readlinkat", name);
-    return static_cast<long>(count);
-}
-
 OwnerResult changeOwnerOf(int descriptor, std::uint32_t owner, std::uint32_t group) noexcept
 {
     return owned(systemCalls().fchown(descriptor, static_cast<uid_t>(owner), static_cast<gid_t>(group)), nullptr);

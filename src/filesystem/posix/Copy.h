@@ -56,11 +56,6 @@ CreateResult createDeviceAt(int directory, char const* name, ObjectKind kind, st
 /// bytes of `target` with `symlinkat`.
 CreateResult createSymbolicLinkAt(char const* target, int directory, char const* name) noexcept;
 
-/// Reads what the symbolic link `name` of `directory` holds with `readlinkat`
-/// into `buffer` of `size` bytes (no NUL added).
-/// @returns the count read (`size` when it may not all have fit), -1 on failure.
-long readLinkAt(int directory, char const* name, char* buffer, std::size_t size) noexcept;
-
 /// What one attempt to give an object an owner gave.
 enum class OwnerResult {
     changed,     ///< the owner and group are set

@@ -155,7 +155,6 @@ SystemCalls const kSystemCalls = {
     ::linkat,
     ::mkfifoat,
     ::mknodat,
-    ::readlinkat,
     ::symlinkat,
 };
 

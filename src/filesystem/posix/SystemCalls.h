@@ -81,7 +81,6 @@ struct SystemCalls {
     int (*linkat)(int fromDirectory, char const* from, int toDirectory, char const* to, int flags);
     int (*mkfifoat)(int directory, char const* name, mode_t mode);
     int (*mknodat)(int directory, char const* name, mode_t mode, dev_t device);
-    ssize_t (*readlinkat)(int directory, char const* name, char* buffer, std::size_t size);
     int (*symlinkat)(char const* target, int directory, char const* name);
 };
 
