@@ -39,6 +39,17 @@ struct PathNativeAccess {
         path.native.store(native.release(), std::memory_order_relaxed);
         return path;
     }
+    /// Takes the text out of `path`, which is left empty, for a caller that
+    /// builds another path in it (and gives it back with `adopt`); its native
+    /// form goes back to the store. @returns the text, or null when it had
+    /// none.
+    static detail::OwnedText takeText(Path& path) noexcept
+    {
+        detail::OwnedText owned(path.text);
+        path.text = nullptr;
+        path.setNative(nullptr);
+        return owned;
+    }
     /// @returns a path holding a copy of the `size` code points at `first`,
     /// which must form a normalised text (any piece of a path's text does);
     /// its native form is the composed UTF-8 of that text. For a piece of

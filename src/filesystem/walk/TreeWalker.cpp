@@ -34,27 +34,51 @@ void appendNativeName(std::string& out, char const* name, std::size_t size)
     }
 }
 
-// Appends the text of the name at `name` to `out` after one separator: ASCII
-// as it is, anything else decoded and decomposed through `room`, as a path
-// built from the bytes reads it.
-void appendTextName(String& out, char const* name, std::size_t size, bool ascii, String& room)
+// The longest name widened on the machine stack; Linux names are at most 255
+// bytes, longer ones go through the heap.
+constexpr std::size_t kShortName = 256;
+
+// Appends the text of the name at `name` to `out`, each backslash made "/" as
+// a path built from the bytes has it: ASCII widened as it is, in the same
+// pass that finds it is ASCII; anything else decoded and decomposed through
+// `room`.
+// @returns true when the name is ASCII.
+bool appendName(String& out, char const* name, std::size_t size, String& room)
 {
-    if (!out.empty() && out.back() != U'/')
-        out.push_back(U'/');
-    if (ascii) {
-        std::size_t const start = out.size();
-        out.resize(start + size);
-        char32_t* const text = out.data() + start;
+    if (size <= kShortName) {
+        char32_t wide[kShortName];
+        unsigned char high = 0;
         for (std::size_t i = 0; i < size; ++i) {
-            char32_t const c = static_cast<unsigned char>(name[i]);
-            text[i] = c == U'\\' ? U'/' : c;
+            unsigned char const c = static_cast<unsigned char>(name[i]);
+            high |= c;
+            wide[i] = c;
         }
-        return;
+        if ((high & 0x80) == 0) {
+            if (std::memchr(name, '\\', size) != nullptr) {
+                for (std::size_t i = 0; i < size; ++i)
+                    wide[i] = wide[i] == U'\\' ? U'/' : wide[i];
+            }
+            out.append(wide, size);
+            return true;
+        }
     }
-    kelvo::unicode::detail::decodeUTF8ToNFD(name, size, room);
+    bool const ascii = kelvo::unicode::detail::isASCII(name, size);
+    if (ascii)
+        room.assign(name, name + size);
+    else
+        kelvo::unicode::detail::decodeUTF8ToNFD(name, size, room);
     for (char32_t& c : room)
         c = c == U'\\' ? U'/' : c;
     out.append(room.data(), room.size());
+    return ascii;
+}
+
+// The same after one separator.
+bool appendTextName(String& out, char const* name, std::size_t size, String& room)
+{
+    if (!out.empty() && out.back() != U'/')
+        out.push_back(U'/');
+    return appendName(out, name, size, room);
 }
 
 } // namespace
@@ -185,11 +209,23 @@ Path TreeWalker::entryPath(Level const& level, std::size_t index)
 {
     char const* const name = level.listing.name(index);
     std::size_t const size = level.listing.nameLength(index);
-    bool const ascii = kelvo::unicode::detail::isASCII(name, size);
-    OwnedText text(acquireText());
-    text->reserve(directoryText.size() + 1 + size);
-    text->append(directoryText.data(), directoryText.size());
-    appendTextName(*text, name, size, ascii, decoded);
+    // The previous entry's text is taken back and rebuilt: when it was made
+    // in the same directory, only its name changes. `current` is this
+    // walker's own entry, and its path is replaced right after.
+    Path previous = std::move(const_cast<Path&>(current.getPath()));
+    OwnedText text = PathNativeAccess::takeText(previous);
+    if (text != nullptr && builtFor == directoryVersion) {
+        text->resize(prefixLength);
+    } else {
+        if (text == nullptr)
+            text.reset(acquireText());
+        text->assign(directoryText);
+        if (!text->empty() && text->back() != U'/')
+            text->push_back(U'/');
+        prefixLength = text->size();
+        builtFor = directoryVersion;
+    }
+    bool const ascii = appendName(*text, name, size, decoded);
     OwnedNative native;
     if (level.carries || !ascii) {
         // The native form is not the composed text: it keeps the bytes of
@@ -243,10 +279,9 @@ TreeWalker::Descent TreeWalker::descend(std::size_t index, posix::ObjectKind kin
     level.index = index;
     level.kind = kind;
     std::size_t const size = parent.listing.nameLength(index);
-    bool const ascii = kelvo::unicode::detail::isASCII(name, size);
-    level.carries = parent.carries || !ascii;
-    appendTextName(directoryText, name, size, ascii, decoded);
+    level.carries = !appendTextName(directoryText, name, size, decoded) || parent.carries;
     appendNativeName(directoryNative, name, size);
+    ++directoryVersion;
     ++depthIn;
     listCurrent(level);
     return done ? Descent::stopped : Descent::entered;
@@ -267,6 +302,7 @@ bool TreeWalker::ascend()
     Level const& level = *levels[depthIn - 1];
     directoryText.resize(level.textLength);
     directoryNative.resize(level.nativeLength);
+    ++directoryVersion;
     --depthIn;
     return true;
 }
