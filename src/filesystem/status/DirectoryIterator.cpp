@@ -9,6 +9,9 @@
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -28,6 +31,24 @@ void DirStreamCloser(void* stream)
 
 // ---- DirectoryEntry ----------------------------------------------------------
 
+namespace {
+
+// The statuses of listed entries are taken under one of these locks, chosen
+// by the entry's address: a thread that finds an entry's statuses being
+// taken waits on the lock its taker holds. A few locks for every entry keep
+// the entry small and copyable; two entries that share a lock only wait for
+// one status call of each other's.
+constexpr std::size_t kTakingLocks = 64;
+std::mutex takingLocks[kTakingLocks];
+
+std::mutex& takingLockOf(DirectoryEntry const* entry) noexcept
+{
+    auto const address = reinterpret_cast<std::uintptr_t>(entry);
+    return takingLocks[(address / alignof(DirectoryEntry)) % kTakingLocks];
+}
+
+} // namespace
+
 DirectoryEntry::DirectoryEntry(Path const& path, FileStatus status, FileStatus symlinkStatus)
     : path(path), status(status), symlinkStatus(symlinkStatus)
 {
@@ -38,18 +59,99 @@ DirectoryEntry::DirectoryEntry(Path&& path, FileStatus status, FileStatus symlin
 {
 }
 
+DirectoryEntry::DirectoryEntry(DirectoryEntry const& other) : path(other.path), listedType(other.listedType)
+{
+    copyStatusesFrom(other);
+}
+
+DirectoryEntry::DirectoryEntry(DirectoryEntry&& other) noexcept
+    : path(std::move(other.path)), listedType(other.listedType)
+{
+    copyStatusesFrom(other);
+}
+
+DirectoryEntry& DirectoryEntry::operator=(DirectoryEntry const& other)
+{
+    if (this != &other) {
+        path = other.path;
+        listedType = other.listedType;
+        copyStatusesFrom(other);
+    }
+    return *this;
+}
+
+DirectoryEntry& DirectoryEntry::operator=(DirectoryEntry&& other) noexcept
+{
+    if (this != &other) {
+        path = std::move(other.path);
+        listedType = other.listedType;
+        copyStatusesFrom(other);
+    }
+    return *this;
+}
+
+void DirectoryEntry::copyStatusesFrom(DirectoryEntry const& other) noexcept
+{
+    std::uint8_t state = other.statusState.load(std::memory_order_acquire);
+    if (state == kStatusesTaking) {
+        // Another thread is taking them: its lock is held until they are
+        // there (or until it gave up, leaving them pending).
+        std::lock_guard<std::mutex> const waited(takingLockOf(&other));
+        state = other.statusState.load(std::memory_order_acquire);
+    }
+    if (state == kStatusesHeld) {
+        status = other.status;
+        symlinkStatus = other.symlinkStatus;
+    } else {
+        // Pending: the statuses are not read, since another thread may be
+        // about to write them; this copy takes its own on first need.
+        status = FileStatus();
+        symlinkStatus = FileStatus();
+    }
+    statusState.store(state, std::memory_order_relaxed);
+}
+
+void DirectoryEntry::takeStatuses() const
+{
+    std::lock_guard<std::mutex> const taking(takingLockOf(this));
+    if (statusState.load(std::memory_order_acquire) != kStatusesPending)
+        return; // another thread took them while this one waited
+    statusState.store(kStatusesTaking, std::memory_order_relaxed);
+    try {
+        // The same two statuses the listing would have taken at once: the
+        // status following links, and the entry's own status when it is a
+        // link, or when the listing did not say and that status shows one.
+        FileStatus const followed = kelvo::filesystem::status(path);
+        FileStatus own = followed;
+        if (listedType == FileType::symbolicLink || listedType == FileType::none) {
+            FileStatus const itself = symbolicLinkStatus(path);
+            if (listedType == FileType::symbolicLink || itself.getType() == FileType::symbolicLink)
+                own = itself;
+        }
+        status = followed;
+        symlinkStatus = own;
+    } catch (...) {
+        // Out of memory for the path's native form: nothing was taken.
+        statusState.store(kStatusesPending, std::memory_order_release);
+        throw;
+    }
+    statusState.store(kStatusesHeld, std::memory_order_release);
+}
+
 void DirectoryEntry::replaceFilename(Path const& newPath, FileStatus newStatus, FileStatus newSymlinkStatus)
 {
     path = newPath;
     status = newStatus;
     symlinkStatus = newSymlinkStatus;
     listedType = FileType::none;
+    statusState.store(kStatusesHeld, std::memory_order_relaxed);
 }
 
 Path const& DirectoryEntry::getPath() const noexcept { return path; }
 
 FileStatus DirectoryEntry::getStatus() const
 {
+    holdStatuses();
     if (status.getType() != FileType::none)
         return status;
     if (exists(path))
@@ -59,6 +161,7 @@ FileStatus DirectoryEntry::getStatus() const
 
 FileStatus DirectoryEntry::getSymlinkStatus() const
 {
+    holdStatuses();
     // Kept: the stored status, not the stored link status, decides, so an
     // entry whose status is known answers from what was stored with it (see
     // docs/odd-behaviours.md, 'DirectoryEntry::replaceFilename replaces the
@@ -80,7 +183,16 @@ FileType DirectoryEntry::getListedType() const
 namespace detail {
 
 struct ListedEntryAccess {
-    static void setListedType(DirectoryEntry& entry, FileType type) noexcept { entry.listedType = type; }
+    /// @returns the entry of `path`, listed with the kind `listed`, whose
+    /// statuses are taken on first need.
+    static DirectoryEntry pending(Path&& path, FileType listed) noexcept
+    {
+        DirectoryEntry entry;
+        entry.path = std::move(path);
+        entry.listedType = listed;
+        entry.statusState.store(DirectoryEntry::kStatusesPending, std::memory_order_relaxed);
+        return entry;
+    }
 };
 
 namespace {
@@ -113,18 +225,7 @@ FileType listedFileType(posix::ObjectKind listed) noexcept
 
 DirectoryEntry listedEntry(Path&& path, posix::ObjectKind listed)
 {
-    FileStatus const entryStatus = status(path);
-    FileStatus entrySymlinkStatus = entryStatus;
-    if (listed == posix::ObjectKind::symbolicLink || listed == posix::ObjectKind::unknown) {
-        // A link, or an entry the listing did not describe: its own status
-        // tells whether it is a link.
-        FileStatus const own = symbolicLinkStatus(path);
-        if (listed == posix::ObjectKind::symbolicLink || own.getType() == FileType::symbolicLink)
-            entrySymlinkStatus = own;
-    }
-    DirectoryEntry entry(std::move(path), entryStatus, entrySymlinkStatus);
-    ListedEntryAccess::setListedType(entry, listedFileType(listed));
-    return entry;
+    return ListedEntryAccess::pending(std::move(path), listedFileType(listed));
 }
 
 } // namespace detail
