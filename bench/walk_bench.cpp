@@ -123,8 +123,12 @@ void checkCount(benchmark::State& state, std::size_t seen)
 // What the library's walk does, by hand: open each directory relative to its
 // parent's descriptor, read it with getdents64, and for each entry build its
 // full path in a reused buffer and read its kind; then the subdirectories.
-// With `statuses`, one fstatat per entry relative to the directory.
-void rawWalk(int parent, char const* name, std::string& path, std::vector<char>& buffer, bool statuses,
+// With `statuses`, one status per entry: fstatat relative to the directory,
+// or (`Statuses::byPath`) stat on the full path, as an entry that outlives the
+// walk's descriptors takes it.
+enum class Statuses { none, relative, byPath };
+
+void rawWalk(int parent, char const* name, std::string& path, std::vector<char>& buffer, Statuses statuses,
              std::size_t& seen)
 {
     int const descriptor = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -147,9 +151,10 @@ void rawWalk(int parent, char const* name, std::string& path, std::vector<char>&
             benchmark::DoNotOptimize(path.data());
             unsigned char const type = entry->d_type;
             benchmark::DoNotOptimize(type);
-            if (statuses) {
+            if (statuses != Statuses::none) {
                 struct stat st;
-                int const result = ::fstatat(descriptor, entry->d_name, &st, 0);
+                int const result = statuses == Statuses::relative ? ::fstatat(descriptor, entry->d_name, &st, 0)
+                                                                  : ::stat(path.c_str(), &st);
                 benchmark::DoNotOptimize(result);
                 benchmark::DoNotOptimize(st.st_mode);
             }
@@ -168,7 +173,7 @@ void rawWalk(int parent, char const* name, std::string& path, std::vector<char>&
     ::close(descriptor);
 }
 
-void walkRaw(benchmark::State& state, bool statuses)
+void walkRaw(benchmark::State& state, Statuses statuses)
 {
     std::string const& root = walkTreeRoot();
     std::vector<char> buffer(32768);
@@ -218,8 +223,9 @@ void rawStreamWalk(int parent, char const* name, std::string& path, std::size_t&
     ::closedir(stream);
 }
 
-void walkNamesRaw(benchmark::State& state) { walkRaw(state, false); }
-void walkStatusesRaw(benchmark::State& state) { walkRaw(state, true); }
+void walkNamesRaw(benchmark::State& state) { walkRaw(state, Statuses::none); }
+void walkStatusesRaw(benchmark::State& state) { walkRaw(state, Statuses::relative); }
+void walkStatusesRawByPath(benchmark::State& state) { walkRaw(state, Statuses::byPath); }
 
 void walkNamesRawStream(benchmark::State& state)
 {
@@ -358,6 +364,7 @@ int const registered = [] {
     benchmark::RegisterBenchmark("fs/walk/names/std", walkNamesStd)->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("fs/walk/statuses/kelvo", walkStatusesKelvo)->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("fs/walk/statuses/raw", walkStatusesRaw)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("fs/walk/statuses/raw-stat-path", walkStatusesRawByPath)->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("fs/walk/statuses/std", walkStatusesStd)->Unit(benchmark::kMillisecond);
 #if defined(KELVO_BENCH_HAVE_BOOST)
     benchmark::RegisterBenchmark("fs/walk/names/boost", walkNamesBoost)->Unit(benchmark::kMillisecond);

@@ -39,16 +39,14 @@ struct PathNativeAccess {
         path.native.store(native.release(), std::memory_order_relaxed);
         return path;
     }
-    /// Takes the text out of `path`, which is left empty, for a caller that
-    /// builds another path in it (and gives it back with `adopt`); its native
-    /// form goes back to the store. @returns the text, or null when it had
-    /// none.
-    static detail::OwnedText takeText(Path& path) noexcept
+    /// Takes the text and the native form out of `path`, which is left empty,
+    /// for a caller that builds another path in them (and gives them back
+    /// with `adopt`). Either comes back null when the path had none.
+    static void takeApart(Path& path, detail::OwnedText& text, detail::OwnedNative& native) noexcept
     {
-        detail::OwnedText owned(path.text);
+        text.reset(path.text);
         path.text = nullptr;
-        path.setNative(nullptr);
-        return owned;
+        native.reset(unmarked(path.takeNative()));
     }
     /// @returns a path holding a copy of the `size` code points at `first`,
     /// which must form a normalised text (any piece of a path's text does);
