@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
+#include <regex>
 #include <set>
 #include <string>
 #include <thread>
@@ -504,64 +505,6 @@ TEST_F(LazyEntry, EntriesOfADirectoryWithoutSearchPermissionHaveNoStatusUnprivil
     EXPECT_EQ(result, 0);
 }
 
-// ---- One status call for all threads --------------------------------------------------------------
-
-// Status calls made while this is set wait a little, so that the other
-// threads meet the entry while its statuses are being taken.
-std::atomic<bool> slowStatus{false};
-
-int slowCountingStat(char const* path, struct stat* information)
-{
-    if (slowStatus)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    return countingStat(path, information);
-}
-
-TEST_F(LazyEntry, ThreadsAskingOneEntryAtOnceShareOneStatusCall)
-{
-    makeDirectory("dir");
-    makeLink("dir/link", "..");
-    DirectoryIterator const it{Path(at("dir"))};
-    ASSERT_TRUE(it != DirectoryIterator());
-    DirectoryEntry const& entry = *it;
-    posix::systemCalls().stat = slowCountingStat;
-    slowStatus = true;
-    resetCounts();
-    constexpr int kThreads = 8;
-    std::atomic<int> ready{0};
-    std::vector<Answers> answers(kThreads);
-    std::vector<DirectoryEntry> copies(kThreads);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&, i] {
-            ++ready;
-            while (ready < kThreads)
-                std::this_thread::yield();
-            if (i % 2 == 0) {
-                answers[static_cast<std::size_t>(i)] = answersOf(entry);
-                copies[static_cast<std::size_t>(i)] = entry;
-            } else {
-                copies[static_cast<std::size_t>(i)] = entry;
-                answers[static_cast<std::size_t>(i)] = answersOf(entry);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    slowStatus = false;
-    EXPECT_EQ(statCalls, 1);
-    EXPECT_EQ(lstatCalls, 1);
-    for (Answers const& answer : answers) {
-        EXPECT_EQ(answer, answers.front());
-        EXPECT_EQ(answer.status.getType(), FileType::directory);
-        EXPECT_EQ(answer.symlinkStatus.getType(), FileType::symbolicLink);
-    }
-    // A copy made while the statuses were being taken waited for them or
-    // takes its own; each gives the same answers.
-    for (DirectoryEntry const& copy : copies)
-        EXPECT_EQ(answersOf(copy), answers.front());
-}
-
 // ---- Walks that only match names ------------------------------------------------------------------
 
 TEST_F(LazyEntry, ForEachMatchingStatsNoEntryThatDoesNotMatch)
@@ -641,6 +584,78 @@ TEST_F(LazyEntry, NameCorrectionStatsNoListedEntry)
     EXPECT_EQ(fs::PathNativeAccess::native(corrected), at("dir/Target/Inner.txt"));
     others.insert(matching.begin(), matching.end());
     EXPECT_EQ(statusCallsNaming(others), 0);
+}
+
+// ---- Names matched as listed give the answers of their paths ------------------------------------
+
+TEST(ListedNameJoin, EqualsTheJoinOfTheNamesPath)
+{
+    std::vector<Path> const directories = {
+        Path("/tmp/dir"), Path("/tmp/dir/"), Path("relative"), Path("/"), Path(std::string("caf\xC3\xA9")),
+        Path(std::string("caf\x65\xCC\x81/")), Path(std::string("latin\xE9")),
+        Path(kelvo::unicode::String(U"r\u00E9sum\u00E9")), Path(std::string("back\\slash"))};
+    std::vector<std::string> const names = {"plain.txt", "a", std::string(255, 'x'), "with space", "tab\tname",
+                                            "new\nline", "back\\slash", "trailing\\", std::string("caf\xC3\xA9"),
+                                            std::string("caf\x65\xCC\x81"), std::string("bad\xFF")};
+    for (Path const& directory : directories) {
+        for (std::string const& name : names) {
+            Path const expected = directory / Path(name);
+            Path const joined = fs::PathNativeAccess::joinListedName(directory, name.c_str(), name.size());
+            EXPECT_EQ(joined.string(), expected.string()) << name;
+            EXPECT_EQ(fs::PathNativeAccess::native(joined), fs::PathNativeAccess::native(expected)) << name;
+            // Into a path that already holds storage, of another directory.
+            Path reused = Path("/some/earlier/entry") / Path(std::string("na\xC3\xAFve"));
+            (void)fs::PathNativeAccess::native(reused);
+            fs::PathNativeAccess::assignListedName(reused, directory, name.c_str(), name.size());
+            EXPECT_EQ(reused.string(), expected.string()) << name;
+            EXPECT_EQ(fs::PathNativeAccess::native(reused), fs::PathNativeAccess::native(expected)) << name;
+            EXPECT_EQ(reused.filename().string(), expected.filename().string()) << name;
+        }
+    }
+}
+
+TEST_F(LazyEntry, ForEachMatchingMatchesEachNameAsItsPathWouldBeMatched)
+{
+    makeDirectory("dir");
+    std::vector<std::string> const names = {"a.tmp", "b.TMP", "c.tmp.dat", ".tmp", "x.tmp\n", "new\nline.tmp",
+                                            "back\\slash.tmp", "slash\\", std::string("caf\xC3\xA9.tmp"),
+                                            std::string("caf\x65\xCC\x81.tmp"), std::string("bad\xFF.tmp"),
+                                            "abc", "bcd.tmp", "zzz"};
+    for (std::string const& name : names)
+        writeFile("dir/" + name, "x");
+    std::vector<kelvo::unicode::String> const patterns = {
+        kelvo::unicode::String("*.tmp"), kelvo::unicode::String("*"),        kelvo::unicode::String("?.tmp"),
+        kelvo::unicode::String("[a-b]*.tmp"), kelvo::unicode::String("(a|b)c.*"), kelvo::unicode::String("*\\.tmp"),
+        kelvo::unicode::String(U"caf\u00E9.tmp"), kelvo::unicode::String("abc"), kelvo::unicode::String("*slash*")};
+    for (kelvo::unicode::String const& pattern : patterns) {
+        // What matching each listed entry's path gives.
+        std::multiset<std::string> expected;
+        for (DirectoryEntry const& entry : DirectoryIterator(Path(at("dir")))) {
+            if (fs::matchesGlobPattern(entry.getPath().filename(), pattern))
+                expected.insert(fs::PathNativeAccess::native(entry.getPath()));
+        }
+        std::multiset<std::string> matched;
+        bool const answer = fs::forEachMatching(Path(at("dir")), pattern, [&](Path const& entry) {
+            matched.insert(fs::PathNativeAccess::native(entry));
+            return true;
+        });
+        EXPECT_TRUE(answer) << pattern.toUTF8String();
+        EXPECT_EQ(matched, expected) << pattern.toUTF8String();
+    }
+}
+
+TEST_F(LazyEntry, ForEachMatchingThrowsForAnInvalidPatternOnlyWhenThereIsAnEntry)
+{
+    makeDirectory("empty");
+    makeDirectory("dir");
+    writeFile("dir/one", "x");
+    kelvo::unicode::String const invalid("(unbalanced");
+    EXPECT_FALSE(fs::forEachMatching(Path(at("empty")), invalid, [](Path const&) { return true; }));
+    EXPECT_FALSE(fs::forEachMatching(Path(at("missing")), invalid, [](Path const&) { return true; }));
+    EXPECT_THROW(fs::forEachMatching(Path(at("dir")), invalid, [](Path const&) { return true; }), std::regex_error);
+    // An action that answers false stops the walk with false.
+    EXPECT_FALSE(fs::forEachMatching(Path(at("dir")), kelvo::unicode::String("*"), [](Path const&) { return false; }));
+    EXPECT_TRUE(fs::forEachMatching(Path(at("dir")), kelvo::unicode::String("none"), [](Path const&) { return false; }));
 }
 
 } // namespace

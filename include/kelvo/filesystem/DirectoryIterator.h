@@ -34,7 +34,8 @@ struct ListedEntryAccess;
 ///
 /// The const members may be called from several threads at once on one
 /// entry: one of them takes the statuses, the others wait for it and answer
-/// from the same ones.
+/// from the same ones. A copy made while they are being taken waits for them
+/// too.
 class KELVO_FILESYSTEM_API DirectoryEntry {
 public:
     /// An empty path with both statuses unknown; also the end iterator's entry.

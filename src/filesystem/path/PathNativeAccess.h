@@ -66,6 +66,15 @@ struct PathNativeAccess {
     /// piece of the native form of `source`. A piece from elsewhere (a
     /// constant such as "/") gets the composed UTF-8 of its text.
     static Path fromPiece(Path const& source, char32_t const* first, std::size_t size);
+    /// @returns `directory / Path(name)` for the NUL-terminated entry name
+    /// `name` of `length` bytes that a listing gave: for a name of ASCII
+    /// bytes other than "\\", the joined text and native form are written
+    /// at once, without a path made of the name first.
+    static Path joinListedName(Path const& directory, char const* name, std::size_t length);
+    /// Makes `target` (another path than `directory`) equal to
+    /// `joinListedName(directory, name, length)`, reusing the storage it
+    /// holds. When it throws (out of memory), `target` is left as it was.
+    static void assignListedName(Path& target, Path const& directory, char const* name, std::size_t length);
     /// A native form held by a path is marked plain (its lowest address bit
     /// set) when it is known to be the text itself, all ASCII: it is made
     /// again from the text at next to no cost, so copies and derived paths

@@ -11,7 +11,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
+#include <chrono>
+#include <thread>
 #include <string>
 #include <utility>
 
@@ -33,18 +34,22 @@ void DirStreamCloser(void* stream)
 
 namespace {
 
-// The statuses of listed entries are taken under one of these locks, chosen
-// by the entry's address: a thread that finds an entry's statuses being
-// taken waits on the lock its taker holds. A few locks for every entry keep
-// the entry small and copyable; two entries that share a lock only wait for
-// one status call of each other's.
-constexpr std::size_t kTakingLocks = 64;
-std::mutex takingLocks[kTakingLocks];
-
-std::mutex& takingLockOf(DirectoryEntry const* entry) noexcept
+// Waits while another thread takes the statuses of `entry` (one status call
+// or two): a few turns given up to the other threads, then short sleeps, so
+// that a status call that takes long (a slow network file system) costs the
+// waiters no processor.
+template <typename State>
+std::uint8_t waitWhileTaking(State const& state, std::uint8_t taking) noexcept
 {
-    auto const address = reinterpret_cast<std::uintptr_t>(entry);
-    return takingLocks[(address / alignof(DirectoryEntry)) % kTakingLocks];
+    std::uint8_t current = state.load(std::memory_order_acquire);
+    for (unsigned turn = 0; current == taking; ++turn) {
+        if (turn < 64)
+            std::this_thread::yield();
+        else
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        current = state.load(std::memory_order_acquire);
+    }
+    return current;
 }
 
 } // namespace
@@ -93,12 +98,8 @@ DirectoryEntry& DirectoryEntry::operator=(DirectoryEntry&& other) noexcept
 void DirectoryEntry::copyStatusesFrom(DirectoryEntry const& other) noexcept
 {
     std::uint8_t state = other.statusState.load(std::memory_order_acquire);
-    if (state == kStatusesTaking) {
-        // Another thread is taking them: its lock is held until they are
-        // there (or until it gave up, leaving them pending).
-        std::lock_guard<std::mutex> const waited(takingLockOf(&other));
-        state = other.statusState.load(std::memory_order_acquire);
-    }
+    if (state == kStatusesTaking)
+        state = waitWhileTaking(other.statusState, kStatusesTaking); // held, or pending again
     if (state == kStatusesHeld) {
         status = other.status;
         symlinkStatus = other.symlinkStatus;
@@ -113,10 +114,21 @@ void DirectoryEntry::copyStatusesFrom(DirectoryEntry const& other) noexcept
 
 void DirectoryEntry::takeStatuses() const
 {
-    std::lock_guard<std::mutex> const taking(takingLockOf(this));
-    if (statusState.load(std::memory_order_acquire) != kStatusesPending)
-        return; // another thread took them while this one waited
-    statusState.store(kStatusesTaking, std::memory_order_relaxed);
+    // One thread moves the entry from pending to taking and takes the
+    // statuses; any other waits until they are held (or pending again, when
+    // the taker failed, and then tries itself).
+    std::uint8_t state = statusState.load(std::memory_order_acquire);
+    for (;;) {
+        if (state == kStatusesHeld)
+            return;
+        if (state == kStatusesTaking) {
+            state = waitWhileTaking(statusState, kStatusesTaking);
+            continue;
+        }
+        if (statusState.compare_exchange_weak(state, kStatusesTaking, std::memory_order_acquire,
+                                              std::memory_order_acquire))
+            break;
+    }
     try {
         // The same two statuses the listing would have taken at once: the
         // status following links, and the entry's own status when it is a
@@ -193,6 +205,17 @@ struct ListedEntryAccess {
         entry.statusState.store(DirectoryEntry::kStatusesPending, std::memory_order_relaxed);
         return entry;
     }
+    /// Makes `entry` the entry of `name` of `directory`, listed with the
+    /// kind `listed`, reusing the storage of its path.
+    static void relist(DirectoryEntry& entry, Path const& directory, char const* name, std::size_t length,
+                       FileType listed)
+    {
+        PathNativeAccess::assignListedName(entry.path, directory, name, length);
+        entry.listedType = listed;
+        entry.status = FileStatus();
+        entry.symlinkStatus = FileStatus();
+        entry.statusState.store(DirectoryEntry::kStatusesPending, std::memory_order_relaxed);
+    }
 };
 
 namespace {
@@ -226,6 +249,11 @@ FileType listedFileType(posix::ObjectKind listed) noexcept
 DirectoryEntry listedEntry(Path&& path, posix::ObjectKind listed)
 {
     return ListedEntryAccess::pending(std::move(path), listedFileType(listed));
+}
+
+void relistEntry(DirectoryEntry& entry, Path const& directory, posix::ListedEntry const& listed)
+{
+    ListedEntryAccess::relist(entry, directory, listed.name, listed.length, listedFileType(listed.object));
 }
 
 } // namespace detail
@@ -279,7 +307,7 @@ DirectoryIterator& DirectoryIterator::operator++()
     // reached by exactly the name the system gave, whatever its composition
     // and even when it is not UTF-8.
     try {
-        currentEntry = detail::listedEntry(directoryPath / Path(entry.name), entry.object);
+        detail::relistEntry(currentEntry, directoryPath, entry);
     } catch (...) {
         // Out of memory: the iterator stays on its current entry and the
         // stream goes back before the one that failed, for the next step.
@@ -300,24 +328,20 @@ bool DirectoryIterator::canIterate() const noexcept { return canIterateFlag; }
 
 bool forEach(Path const& directory, std::function<bool(Path const&)> callback)
 {
-    if (!exists(directory))
-        return false;
+    // One status answers both whether the directory exists and whether it
+    // is one.
     if (status(directory).getType() != FileType::directory)
         return false;
 
-    DirectoryIterator iterator{Path(directory)};
-    DirectoryIterator const end;
     // Kept: starts from false, so an empty directory answers false, and true
     // means that something was visited and every answer was yes (see
     // docs/odd-behaviours.md, 'forEach of an empty directory returns false').
     bool result = false;
-    while (*iterator != *end) {
-        DirectoryEntry const entry = *iterator;
-        result = callback(entry.getPath());
-        if (!result)
-            break;
-        ++iterator;
-    }
+    detail::forEachListedName(directory, [&](posix::ListedEntry const& entry) {
+        Path const path = PathNativeAccess::joinListedName(directory, entry.name, entry.length);
+        result = callback(path);
+        return result;
+    });
     return result;
 }
 
