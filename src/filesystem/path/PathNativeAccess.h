@@ -39,6 +39,15 @@ struct PathNativeAccess {
         path.native.store(native.release(), std::memory_order_relaxed);
         return path;
     }
+    /// Takes the text and the native form out of `path`, which is left empty,
+    /// for a caller that builds another path in them (and gives them back
+    /// with `adopt`). Either comes back null when the path had none.
+    static void takeApart(Path& path, detail::OwnedText& text, detail::OwnedNative& native) noexcept
+    {
+        text.reset(path.text);
+        path.text = nullptr;
+        native.reset(unmarked(path.takeNative()));
+    }
     /// @returns a path holding a copy of the `size` code points at `first`,
     /// which must form a normalised text (any piece of a path's text does);
     /// its native form is the composed UTF-8 of that text. For a piece of
