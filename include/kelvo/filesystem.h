@@ -14,6 +14,7 @@
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
 #include <kelvo/filesystem/PathHash.h>
+#include <kelvo/filesystem/RecursiveDirectoryIterator.h>
 #include <kelvo/filesystem/Version.h>
 #include <kelvo/filesystem/TemporaryDirectory.h>
 

@@ -40,6 +40,11 @@ void recordFailure(char const* call, int error, std::string_view path) noexcept
     errno = saved;
 }
 
+void recordRefusal(char const* call, Refusal refusal, std::string_view path) noexcept
+{
+    recordFailure(call, refusal == Refusal::loop ? ELOOP : ENOENT, path);
+}
+
 void setFailurePath(std::string_view path) noexcept
 {
     if (record.error == 0)

@@ -13,6 +13,17 @@ namespace kelvo::filesystem::posix {
 /// empty path. errno is left as it was.
 void recordFailure(char const* call, int error, std::string_view path) noexcept;
 
+/// Why a walk refuses a directory although no system call failed.
+enum class Refusal {
+    loop,        ///< it is a directory the walk is already in: "Too many levels of symbolic links"
+    treeChanged, ///< it is no longer the directory the walk came from: "No such file or directory"
+};
+
+/// Records on the calling thread that the walk refused `path` after the call
+/// `call` (a string literal) for `refusal`, with the reason the system gives
+/// for the same condition. errno is left as it was.
+void recordRefusal(char const* call, Refusal refusal, std::string_view path) noexcept;
+
 /// Replaces the path of the calling thread's last record with `path`, for a
 /// caller that made the call relative to a directory it knows the path of.
 /// Does nothing when no failure is recorded.
