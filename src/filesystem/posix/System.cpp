@@ -39,6 +39,8 @@ void fillInformation(struct stat const& st, ObjectInformation& information) noex
     information.size = static_cast<std::int64_t>(st.st_size);
     information.device = static_cast<std::uint64_t>(st.st_dev);
     information.inode = static_cast<std::uint64_t>(st.st_ino);
+    information.links = static_cast<std::uint64_t>(st.st_nlink);
+    information.allocatedBytes = static_cast<std::int64_t>(st.st_blocks) * 512;
 #if defined(KELVO_HAS_STAT_MTIM)
     information.modificationSeconds = st.st_mtim.tv_sec;
     information.modificationNanoseconds = st.st_mtim.tv_nsec;

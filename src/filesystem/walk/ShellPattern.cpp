@@ -674,13 +674,23 @@ bool ShellPattern::matchesNative(std::string const& name) const { return matches
 
 bool ShellPattern::matchesFileName(Path const& path) const
 {
-    Path const name = path.filename();
-    if (!program->folded()) {
-        std::string const bytes = name.nativeString();
-        return matchesNative(bytes.data(), bytes.size());
+    // The last element is what follows the last separator; a path ending in
+    // one has "." for its last element, and is left to `filename`.
+    String const& text = path.string();
+    if (!text.empty() && text.back() == U'/') {
+        Path const name = path.filename();
+        return program->folded() ? Matcher{*program}.codePoints(name.string().data(), name.string().size(), true)
+                                 : matchesNative(name.nativeString());
     }
-    String const& text = name.string();
-    return Matcher{*program}.codePoints(text.data(), text.size(), true);
+    if (!program->folded()) {
+        std::string const bytes = path.nativeString();
+        std::size_t const slash = bytes.rfind('/');
+        std::size_t const start = slash == std::string::npos ? 0 : slash + 1;
+        return matchesNative(bytes.data() + start, bytes.size() - start);
+    }
+    std::size_t const slash = text.rfind(U'/');
+    std::size_t const start = slash == String::npos ? 0 : slash + 1;
+    return Matcher{*program}.codePoints(text.data() + start, text.size() - start, true);
 }
 
 String const& ShellPattern::text() const noexcept { return program->text; }
