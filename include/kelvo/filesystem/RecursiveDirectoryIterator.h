@@ -22,7 +22,8 @@ enum class WalkOrder {
     directoryLast,  ///< everything below a directory, then the directory
 };
 
-/// What a walk does after a directory could not be listed (opened or read).
+/// What a walk does after a failure: a directory that could not be listed
+/// (opened or read), or a link loop met while following links.
 enum class WalkFailurePolicy {
     /// The failure is kept in `failures()` and in the thread's failure record;
     /// the directory itself is still yielded, its contents are not, and the
@@ -46,10 +47,13 @@ struct WalkOptions {
     /// Symbolic links to directories are entered, and the root is followed
     /// when it is a link. A link that leads back to a directory being walked
     /// (the same device and inode) is yielded, not entered, and reported as a
-    /// failure with the reason "Too many levels of symbolic links".
+    /// failure with the reason "Too many levels of symbolic links". Without
+    /// it, every link is yielded as an entry of its own, and a root that is a
+    /// link cannot be opened ("Not a directory").
     bool followSymbolicLinks = false;
-    /// Within each directory, entries in `PathLess` order of their names;
-    /// otherwise in the order the system lists them.
+    /// Within each directory, entries in `PathLess` order of their names
+    /// (names equal that way, such as case or composition twins, in the
+    /// order of their bytes); otherwise in the order the system lists them.
     bool sortedByName = false;
     WalkFailurePolicy onFailure = WalkFailurePolicy::reportAndContinue;
 };
@@ -60,7 +64,18 @@ struct WalkOptions {
 /// statuses taken on the first call that needs them. The walk never recurses
 /// on the machine stack and holds a bounded number of descriptors at any
 /// depth; it never opens a FIFO, socket or device, so a special file never
-/// blocks it.
+/// blocks it: it enters only what the listing reports to be exactly a
+/// directory (or, for a link it follows or an entry whose kind the listing
+/// did not report, what the status says is one). Each directory is listed
+/// whole when the walk enters it, so an entry deleted while the walk runs may
+/// still be yielded, an entry added may or may not be, and none is yielded
+/// twice. When the way back up to a directory no longer leads to the one the
+/// walk came from (the tree was moved under it), the walk reports it
+/// ("No such file or directory", on the path "..") and ends.
+///
+/// Paths: the root as it was given, joined with the names below it, each
+/// built from the bytes the system listed (so an entry can be opened whatever
+/// its encoding).
 ///
 /// Copies share one walk: advancing one advances them all, as for any input
 /// iterator. A root that cannot be opened as a directory gives an iterator
@@ -129,7 +144,8 @@ enum class WalkAction {
 };
 
 /// Calls `visit` with each entry of the tree below `root` and its depth, in
-/// the order and with the policies of `options`.
+/// the order and with the policies of `options`. `WalkAction::skipDirectory`
+/// does nothing in `directoryLast` order, where the contents came first.
 /// @returns true when the whole tree was walked: no callback answered `stop`
 /// and no failure was met. Each failure met is appended to `failures` when it
 /// is given (and is in the thread's failure record as it happens).
