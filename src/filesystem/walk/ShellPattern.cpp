@@ -3,6 +3,7 @@
 
 #include <kelvo/text/Unicode.h>
 
+#include "filesystem/path/PathNativeAccess.h"
 #include "text/Encoding.h"
 #include "text/Normalization.h"
 
@@ -68,6 +69,16 @@ enum class Shape : std::uint8_t {
 inline char32_t lowerASCII(char32_t c) noexcept { return (c - U'A' < 26u) ? c + (U'a' - U'A') : c; }
 
 inline char32_t fold(char32_t c) { return c < 0x80 ? lowerASCII(c) : kelvo::unicode::simpleCaseFold(c); }
+
+/// @returns true when every one of the `size` code points at `data` is below
+/// U+0300, which makes the text its own composed form.
+inline bool isTriviallyComposed(char32_t const* data, std::size_t size) noexcept
+{
+    char32_t any = 0;
+    for (std::size_t i = 0; i < size; ++i)
+        any |= data[i] >= 0x300 ? 1 : 0;
+    return any == 0;
+}
 
 inline bool isASCIILowerLetter(char32_t c) noexcept { return c >= U'a' && c <= U'z'; }
 
@@ -676,21 +687,27 @@ bool ShellPattern::matchesFileName(Path const& path) const
 {
     // The last element is what follows the last separator; a path ending in
     // one has "." for its last element, and is left to `filename`.
-    String const& text = path.string();
+    String const& text = PathNativeAccess::text(path);
     if (!text.empty() && text.back() == U'/') {
         Path const name = path.filename();
         return program->folded() ? Matcher{*program}.codePoints(name.string().data(), name.string().size(), true)
                                  : matchesNative(name.nativeString());
     }
-    if (!program->folded()) {
-        std::string const bytes = path.nativeString();
-        std::size_t const slash = bytes.rfind('/');
-        std::size_t const start = slash == std::string::npos ? 0 : slash + 1;
-        return matchesNative(bytes.data() + start, bytes.size() - start);
-    }
     std::size_t const slash = text.rfind(U'/');
     std::size_t const start = slash == String::npos ? 0 : slash + 1;
-    return Matcher{*program}.codePoints(text.data() + start, text.size() - start, true);
+    Matcher const matcher{*program};
+    if (program->folded())
+        return matcher.codePoints(text.data() + start, text.size() - start, true);
+    // Exactly: the name as the system holds it. A path that carries bytes of
+    // its own is read in them; any other has for bytes the composed UTF-8 of
+    // its text, which a text with no code point from U+0300 on already is.
+    std::string const* const carried = PathNativeAccess::nativeToCarry(path);
+    if (carried == nullptr && isTriviallyComposed(text.data() + start, text.size() - start))
+        return matcher.simple(text.data() + start, text.size() - start);
+    std::string const& bytes = carried != nullptr ? *carried : PathNativeAccess::native(path);
+    std::size_t const byteSlash = bytes.rfind('/');
+    std::size_t const byteStart = byteSlash == std::string::npos ? 0 : byteSlash + 1;
+    return matcher.native(bytes.data() + byteStart, bytes.size() - byteStart);
 }
 
 String const& ShellPattern::text() const noexcept { return program->text; }
