@@ -60,7 +60,8 @@ std::vector<Path> findByName(Path const& root, Path const& name, FindOptions con
     // The name's characters are escaped, so that the pattern stands for the
     // name alone; its text is already decomposed, as paths hold it.
     String escaped;
-    String const& text = name.filename().string();
+    Path const last = name.filename();
+    String const& text = last.string();
     escaped.reserve(text.size() * 2);
     for (char32_t c : text) {
         escaped.push_back(U'\\');
