@@ -189,6 +189,11 @@ std::string readFindWords(std::vector<std::string> const& words, FindRequest& re
             request.json = true;
         } else if (word.empty()) {
             return "an empty argument names nothing";
+        } else if (word.compare(0, 2, "--") == 0 && word.find('=') != std::string::npos) {
+            std::string const name = word.substr(0, word.find('='));
+            if (name == "--ignore-accents" || name == "--json")
+                return "option " + name + " takes no value";
+            return "unknown option " + name;
         } else if (word[0] == '-' && word != "-") {
             return "unknown option " + word;
         } else {

@@ -47,7 +47,11 @@ enum class NameFolding : std::uint8_t {
 /// no flags: a `[` without its closing `]` is an ordinary character (but
 /// matches nothing when the characters after it name the character at hand),
 /// and a pattern ending in a lone `\`, a set naming an unknown class
-/// ("[[:nope:]]") or a range without an end match nothing.
+/// ("[[:nope:]]") or a range without an end match nothing. Kept apart: a set
+/// holding an unclosed "[=" or "[.", or a range up to "[:", which the C
+/// library reads according to the member that matched (see
+/// docs/odd-behaviours.md, 'ShellPattern and fnmatch part on a few malformed
+/// sets').
 ///
 /// Matching takes time proportional to the pattern's length times the
 /// name's at worst, never more, whatever the stars; it allocates nothing for
