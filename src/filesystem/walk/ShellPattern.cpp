@@ -358,7 +358,9 @@ struct ShellPattern::Program {
     /// pattern: without accents when asked, each code point case-folded.
     void foldDecomposed(String& text) const
     {
-        if (folding == NameFolding::caseCompositionAndAccents)
+        // Marks are U+0300 or above: a text below that has none to drop.
+        if (folding == NameFolding::caseCompositionAndAccents
+            && !isTriviallyComposed(text.data(), text.size()))
             text = kelvo::unicode::withoutAccents(text);
         for (char32_t& c : text)
             c = fold(c);
@@ -443,15 +445,16 @@ void ShellPattern::Program::compile(String const& pattern)
     for (Token const& token : tokens)
         literalOnly = literalOnly && token.kind == TokenKind::literal;
 
-    // The shapes that need no general walk, for exact names.
-    if (folded())
-        shape = Shape::general;
-    else {
+    // The shapes that need no general walk: literals and one star, each
+    // literal a single code point (so that they also serve folded names
+    // whose characters are single code points).
+    {
         std::size_t stars = 0;
         bool others = false;
         for (Token const& token : tokens) {
             stars += token.kind == TokenKind::star;
-            others |= token.kind != TokenKind::star && token.kind != TokenKind::literal;
+            others |= (token.kind != TokenKind::star && token.kind != TokenKind::literal)
+                || (token.kind == TokenKind::literal && token.count != 1);
         }
         if (others || stars > 1)
             shape = Shape::general;
@@ -633,6 +636,9 @@ struct Matcher {
         if (!decomposed)
             kelvo::unicode::detail::decomposeInPlace(text);
         program.foldDecomposed(text);
+        // Below U+0300 no code point combines: each is a character.
+        if (isTriviallyComposed(text.data(), text.size()))
+            return simple(text.data(), text.size());
         starts.clear();
         for (std::size_t k = 0; k < text.size(); ++k) {
             if (k == 0 || kelvo::unicode::canonicalCombiningClass(text[k]) == 0)
@@ -650,8 +656,18 @@ struct Matcher {
 
     bool native(char const* bytes, std::size_t size) const
     {
-        if (!program.folded() && kelvo::unicode::detail::isASCII(bytes, size))
+        bool const ascii = kelvo::unicode::detail::isASCII(bytes, size);
+        if (!program.folded() && ascii)
             return simple(reinterpret_cast<unsigned char const*>(bytes), size);
+        if (ascii) {
+            // ASCII is its own decomposition, has no marks, and folds by
+            // lowering its capitals.
+            thread_local std::string lowered;
+            lowered.assign(bytes, size);
+            for (char& c : lowered)
+                c = static_cast<char>(lowerASCII(static_cast<unsigned char>(c)));
+            return simple(reinterpret_cast<unsigned char const*>(lowered.data()), size);
+        }
         thread_local String decoded;
         kelvo::unicode::detail::decodeUTF8(bytes, size, decoded);
         return codePoints(decoded.data(), decoded.size(), false);
