@@ -443,17 +443,21 @@ TEST_F(DirectoryIteratorTest, SocketEntryReportsDirectory)
     EXPECT_EQ(it->getSymlinkStatus(), FileStatus(FileType::directory, permissionsOf(0700)));
 }
 
-TEST_F(DirectoryIteratorTest, StatusesAreTakenWhenTheEntryIsReached)
+TEST_F(DirectoryIteratorTest, StatusesAreTakenAtTheFirstQuestionAndKept)
 {
     makeDirectory("dir");
     makeFile("dir/file", 0600);
     DirectoryIterator const it{Path(at("dir"))};
     ASSERT_TRUE(it != DirectoryIterator());
+    // Listed but not asked yet: a change before the first question shows.
     ASSERT_EQ(::chmod(at("dir/file").c_str(), 0644), 0);
-    EXPECT_EQ(it->getStatus(), FileStatus(FileType::regularFile, permissionsOf(0600)));
+    EXPECT_EQ(it->getStatus(), FileStatus(FileType::regularFile, permissionsOf(0644)));
+    // Asked once: later changes, even the removal, do not.
+    ASSERT_EQ(::chmod(at("dir/file").c_str(), 0600), 0);
+    EXPECT_EQ(it->getStatus(), FileStatus(FileType::regularFile, permissionsOf(0644)));
     ASSERT_EQ(::unlink(at("dir/file").c_str()), 0);
-    EXPECT_EQ(it->getStatus(), FileStatus(FileType::regularFile, permissionsOf(0600)));
-    EXPECT_EQ(it->getSymlinkStatus(), FileStatus(FileType::regularFile, permissionsOf(0600)));
+    EXPECT_EQ(it->getStatus(), FileStatus(FileType::regularFile, permissionsOf(0644)));
+    EXPECT_EQ(it->getSymlinkStatus(), FileStatus(FileType::regularFile, permissionsOf(0644)));
 }
 
 TEST_F(DirectoryIteratorTest, DanglingLinkEntryAnswersFromStorage)

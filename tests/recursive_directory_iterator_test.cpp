@@ -343,6 +343,17 @@ TEST_F(RecursiveWalk, SortedByNameOrdersEachDirectoryByThePathOrdering)
     EXPECT_FALSE(PathLess()(least, Path(seen[0].relative)) || PathLess()(Path(seen[0].relative), least));
 }
 
+TEST_F(RecursiveWalk, SortedByNameKeepsCaseAndCompositionTwinsTogetherInTheOrderOfTheirBytes)
+{
+    makeDirectory("twins");
+    for (std::string const name : {"D", "caf\xc3\xa9", "b", "cafe\xcc\x81", "CAFE\xcc\x81", "a\xff"})
+        writeFile("twins/" + name);
+    WalkOptions options;
+    options.sortedByName = true;
+    EXPECT_EQ(pathsOf(walk(at("twins"), options)),
+              (std::vector<std::string>{"a\xff", "b", "CAFE\xcc\x81", "cafe\xcc\x81", "caf\xc3\xa9", "D"}));
+}
+
 TEST_F(RecursiveWalk, MaxDepthBoundsTheLevelsYielded)
 {
     std::string const root = makeSmallTree();

@@ -6,7 +6,9 @@
 #include <kelvo/filesystem/FileStatus.h>
 #include <kelvo/filesystem/Path.h>
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -17,7 +19,23 @@ namespace detail {
 struct ListedEntryAccess;
 } // namespace detail
 
-/// One listed entry: its full path and two statuses taken when it was listed.
+/// One listed entry: its full path and two statuses, the status following
+/// links and the status of the entry itself.
+///
+/// An entry made by a listing takes its statuses lazily: listing it costs no
+/// status call, and the first call that needs them (`getStatus`,
+/// `getSymlinkStatus`, or `getListedType` when the listing did not say the
+/// kind) takes both at once, with one `stat` (plus one `lstat` for a symbolic
+/// link, or when the listing did not say the kind), and keeps them for every
+/// later call and for the entry's copies. The answers are those an entry
+/// whose statuses were taken at that moment gives; only the moment moves,
+/// from the listing to the first question. An entry made with a constructor
+/// below holds the statuses it was given.
+///
+/// The const members may be called from several threads at once on one
+/// entry: one of them takes the statuses, the others wait for it and answer
+/// from the same ones. A copy made while they are being taken waits for them
+/// too.
 class KELVO_FILESYSTEM_API DirectoryEntry {
 public:
     /// An empty path with both statuses unknown; also the end iterator's entry.
@@ -27,10 +45,13 @@ public:
     DirectoryEntry(Path const& path, FileStatus status, FileStatus symlinkStatus);
     /// The same, taking over `path` (and the native form it has cached).
     DirectoryEntry(Path&& path, FileStatus status, FileStatus symlinkStatus) noexcept;
-    DirectoryEntry(DirectoryEntry const&) = default;
-    DirectoryEntry(DirectoryEntry&&) noexcept = default;
-    DirectoryEntry& operator=(DirectoryEntry const&) = default;
-    DirectoryEntry& operator=(DirectoryEntry&&) noexcept = default;
+    /// Copies carry the statuses when they are taken, and otherwise take their
+    /// own on first need (a copy made while another thread takes them waits
+    /// for them).
+    DirectoryEntry(DirectoryEntry const& other);
+    DirectoryEntry(DirectoryEntry&& other) noexcept;
+    DirectoryEntry& operator=(DirectoryEntry const& other);
+    DirectoryEntry& operator=(DirectoryEntry&& other) noexcept;
     ~DirectoryEntry() = default;
 
     /// Replaces the whole path (not just its file name) and both statuses.
@@ -42,7 +63,8 @@ public:
     /// @returns the entry's full path.
     Path const& getPath() const noexcept;
     /// @returns the stored status when its type is known; otherwise a fresh
-    /// status of the path when it exists, else the stored one.
+    /// status of the path when it exists, else the stored one. For a listed
+    /// entry, the stored status is the one taken on first need.
     FileStatus getStatus() const;
     /// @returns the stored symbolic-link status when the stored status is
     /// known; otherwise a fresh one when the path exists, else the stored one.
@@ -58,10 +80,28 @@ public:
     FileType getListedType() const;
 
 private:
+    /// Where the two statuses stand.
+    enum : std::uint8_t {
+        kStatusesHeld = 0,   ///< given, or taken: `status` and `symlinkStatus` answer
+        kStatusesPending = 1, ///< a listed entry whose statuses nobody has asked for yet
+        kStatusesTaking = 2,  ///< one thread is taking them; the others wait
+    };
+
+    /// Takes the statuses of a listed entry when they are still pending.
+    void holdStatuses() const
+    {
+        if (statusState.load(std::memory_order_acquire) != kStatusesHeld)
+            takeStatuses();
+    }
+    void takeStatuses() const;
+    /// Sets this entry's statuses and their state from `other`'s.
+    void copyStatusesFrom(DirectoryEntry const& other) noexcept;
+
     Path path;
-    FileStatus status;
-    FileStatus symlinkStatus;
+    mutable FileStatus status;
+    mutable FileStatus symlinkStatus;
     FileType listedType = FileType::none; // none: the listing did not say
+    mutable std::atomic<std::uint8_t> statusState{kStatusesHeld};
     friend struct detail::ListedEntryAccess; // the listings' way in
 };
 
@@ -77,8 +117,8 @@ KELVO_FILESYSTEM_API bool operator>(DirectoryEntry const& a, DirectoryEntry cons
 KELVO_FILESYSTEM_API bool operator>=(DirectoryEntry const& a, DirectoryEntry const& b);
 
 /// Lists one directory, skipping "." and "..", in the order the system
-/// yields. Each step fills both statuses of the entry (one `stat`, plus one
-/// `lstat` for a symbolic link). Copies share one open directory stream,
+/// yields. A step makes no status call: each entry takes its statuses on
+/// first need (see `DirectoryEntry`). Copies share one open directory stream,
 /// closed at the end of the listing or with the last copy.
 ///
 /// A directory that cannot be opened gives an iterator equal to the end at

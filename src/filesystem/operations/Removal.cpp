@@ -6,10 +6,13 @@
 #include "filesystem/path/PathInternal.h"
 #include "filesystem/operations/TreeRemoval.h"
 #include "filesystem/operations/TreeWalk.h"
+#include "filesystem/status/ListedEntry.h"
+#include "filesystem/transformations/GlobMatching.h"
 #include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
 
+#include <optional>
 #include <vector>
 
 namespace kelvo::filesystem {
@@ -244,12 +247,37 @@ bool removeAllInDir(Path const& directory)
 bool forEachMatching(Path const& directory, kelvo::unicode::String const& pattern,
                      std::function<bool(Path const&)> action)
 {
-    // Only the final name is matched, never the whole path.
-    return forEach(directory, [&pattern, &action](Path const& entry) {
-        if (!matchesGlobPattern(entry.filename(), pattern))
-            return true;
-        return action(entry);
+    if (status(directory).getType() != FileType::directory)
+        return false;
+
+    // Only the final name is matched, never the whole path. A name of plain
+    // ASCII bytes is matched as it was listed, and only a match gets a path;
+    // no entry's status is taken. The pattern is prepared at the first entry,
+    // so that an empty directory answers false without reading it, and again
+    // when an action changed the global locale it depends on.
+    std::optional<detail::PreparedGlob> glob;
+    // Kept: an empty directory answers false (see docs/odd-behaviours.md,
+    // 'forEach of an empty directory returns false').
+    bool result = false;
+    detail::forEachListedName(directory, [&](posix::ListedEntry const& entry) {
+        if (!glob)
+            glob.emplace(pattern);
+        Path path;
+        if (detail::PreparedGlob::isPlainName(entry.name, entry.length)) {
+            if (!glob->matchesPlainName(entry.name, entry.length))
+                return result = true;
+            path = PathNativeAccess::joinListedName(directory, entry.name, entry.length);
+        } else {
+            path = PathNativeAccess::joinListedName(directory, entry.name, entry.length);
+            if (!glob->matches(path.filename()))
+                return result = true;
+        }
+        result = action(path);
+        if (result && !glob->isCurrent())
+            glob.emplace(pattern);
+        return result;
     });
+    return result;
 }
 
 bool removeMatching(Path const& directory, kelvo::unicode::String const& pattern)

@@ -217,6 +217,94 @@ Path PathNativeAccess::fromPiece(Path const& source, char32_t const* first, std:
     return adopt(std::move(owned), std::move(piece));
 }
 
+namespace {
+
+// The longest listed name widened on the stack: longer than any name a
+// listing gives.
+constexpr std::size_t kLongestListedName = 256;
+
+// Widens the `length` bytes at `name` into `wide` when they form a name that
+// is its own text and native form: ASCII bytes other than a backslash (which
+// never include "/"). Checked and widened in one pass.
+// @returns false for any other name.
+bool widenPlainName(char const* name, std::size_t length, char32_t* wide) noexcept
+{
+    if (length == 0 || length > kLongestListedName)
+        return false;
+    unsigned notPlain = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+        unsigned const byte = static_cast<unsigned char>(name[i]);
+        notPlain |= (byte & 0x80u) | static_cast<unsigned>(byte == static_cast<unsigned>(kOtherSeparator));
+        wide[i] = byte;
+    }
+    return notPlain == 0;
+}
+
+} // namespace
+
+Path PathNativeAccess::joinListedName(Path const& directory, char const* name, std::size_t length)
+{
+    Path joined;
+    assignListedName(joined, directory, name, length);
+    return joined;
+}
+
+void PathNativeAccess::assignListedName(Path& target, Path const& directory, char const* name, std::size_t length)
+{
+    char32_t wide[kLongestListedName];
+    if (directory.empty() || !widenPlainName(name, length, wide)) {
+        target = directory / Path(name);
+        return;
+    }
+    // A plain name never starts with "/": the join adds a separator unless
+    // the directory ends with one, in the text and the native form alike.
+    String const& left = *directory.text;
+    bool const leftEnds = left.back() == kSeparator;
+    std::size_t const textSize = left.size() + (leftEnds ? 0 : 1) + length;
+    std::string* const held = directory.native.load(std::memory_order_acquire);
+    std::string const* const leftNative = unmarked(held);
+    std::size_t const nativeSize = leftNative == nullptr ? 0 : leftNative->size() + (leftEnds ? 0 : 1) + length;
+
+    // Room first, in storage the target holds or new storage, so that
+    // nothing can fail once the target starts to change.
+    OwnedText newTextStore;
+    String* text = target.text;
+    if (text == nullptr) {
+        newTextStore = newText();
+        text = newTextStore.get();
+    }
+    text->reserve(textSize);
+    OwnedNative newNativeStore;
+    std::string* native = unmarked(target.native.load(std::memory_order_relaxed));
+    if (leftNative != nullptr) {
+        if (native == nullptr) {
+            newNativeStore = newNative();
+            native = newNativeStore.get();
+        }
+        native->reserve(nativeSize);
+    }
+
+    text->assign(left);
+    if (!leftEnds)
+        text->push_back(kSeparator);
+    text->append(wide, length);
+    target.text = text;
+    newTextStore.release();
+    if (leftNative == nullptr) {
+        // Made from the text on first use, as the directory's.
+        detail::releaseNative(native);
+        target.native.store(nullptr, std::memory_order_relaxed);
+        return;
+    }
+    native->assign(*leftNative);
+    if (!leftEnds)
+        native->push_back('/');
+    native->append(name, length);
+    newNativeStore.release();
+    // Where the directory's native form is its ASCII text, the join's is too.
+    target.native.store(isPlain(held) ? markedPlain(native) : native, std::memory_order_relaxed);
+}
+
 Path::Path(Path const& other)
 {
     if (!other.empty()) {

@@ -39,6 +39,15 @@ struct PathNativeAccess {
         path.native.store(native.release(), std::memory_order_relaxed);
         return path;
     }
+    /// Takes the text and the native form out of `path`, which is left empty,
+    /// for a caller that builds another path in them (and gives them back
+    /// with `adopt`). Either comes back null when the path had none.
+    static void takeApart(Path& path, detail::OwnedText& text, detail::OwnedNative& native) noexcept
+    {
+        text.reset(path.text);
+        path.text = nullptr;
+        native.reset(unmarked(path.takeNative()));
+    }
     /// @returns a path holding a copy of the `size` code points at `first`,
     /// which must form a normalised text (any piece of a path's text does);
     /// its native form is the composed UTF-8 of that text. For a piece of
@@ -57,6 +66,15 @@ struct PathNativeAccess {
     /// piece of the native form of `source`. A piece from elsewhere (a
     /// constant such as "/") gets the composed UTF-8 of its text.
     static Path fromPiece(Path const& source, char32_t const* first, std::size_t size);
+    /// @returns `directory / Path(name)` for the NUL-terminated entry name
+    /// `name` of `length` bytes that a listing gave: for a name of ASCII
+    /// bytes other than "\\", the joined text and native form are written
+    /// at once, without a path made of the name first.
+    static Path joinListedName(Path const& directory, char const* name, std::size_t length);
+    /// Makes `target` (another path than `directory`) equal to
+    /// `joinListedName(directory, name, length)`, reusing the storage it
+    /// holds. When it throws (out of memory), `target` is left as it was.
+    static void assignListedName(Path& target, Path const& directory, char const* name, std::size_t length);
     /// A native form held by a path is marked plain (its lowest address bit
     /// set) when it is known to be the text itself, all ASCII: it is made
     /// again from the text at next to no cost, so copies and derived paths

@@ -9,6 +9,10 @@
 #include "filesystem/posix/System.h"
 #include "filesystem/posix/Tree.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <chrono>
+#include <thread>
 #include <string>
 #include <utility>
 
@@ -28,6 +32,28 @@ void DirStreamCloser(void* stream)
 
 // ---- DirectoryEntry ----------------------------------------------------------
 
+namespace {
+
+// Waits while another thread takes the statuses of `entry` (one status call
+// or two): a few turns given up to the other threads, then short sleeps, so
+// that a status call that takes long (a slow network file system) costs the
+// waiters no processor.
+template <typename State>
+std::uint8_t waitWhileTaking(State const& state, std::uint8_t taking) noexcept
+{
+    std::uint8_t current = state.load(std::memory_order_acquire);
+    for (unsigned turn = 0; current == taking; ++turn) {
+        if (turn < 64)
+            std::this_thread::yield();
+        else
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        current = state.load(std::memory_order_acquire);
+    }
+    return current;
+}
+
+} // namespace
+
 DirectoryEntry::DirectoryEntry(Path const& path, FileStatus status, FileStatus symlinkStatus)
     : path(path), status(status), symlinkStatus(symlinkStatus)
 {
@@ -38,18 +64,106 @@ DirectoryEntry::DirectoryEntry(Path&& path, FileStatus status, FileStatus symlin
 {
 }
 
+DirectoryEntry::DirectoryEntry(DirectoryEntry const& other) : path(other.path), listedType(other.listedType)
+{
+    copyStatusesFrom(other);
+}
+
+DirectoryEntry::DirectoryEntry(DirectoryEntry&& other) noexcept
+    : path(std::move(other.path)), listedType(other.listedType)
+{
+    copyStatusesFrom(other);
+}
+
+DirectoryEntry& DirectoryEntry::operator=(DirectoryEntry const& other)
+{
+    if (this != &other) {
+        path = other.path;
+        listedType = other.listedType;
+        copyStatusesFrom(other);
+    }
+    return *this;
+}
+
+DirectoryEntry& DirectoryEntry::operator=(DirectoryEntry&& other) noexcept
+{
+    if (this != &other) {
+        path = std::move(other.path);
+        listedType = other.listedType;
+        copyStatusesFrom(other);
+    }
+    return *this;
+}
+
+void DirectoryEntry::copyStatusesFrom(DirectoryEntry const& other) noexcept
+{
+    std::uint8_t state = other.statusState.load(std::memory_order_acquire);
+    if (state == kStatusesTaking)
+        state = waitWhileTaking(other.statusState, kStatusesTaking); // held, or pending again
+    if (state == kStatusesHeld) {
+        status = other.status;
+        symlinkStatus = other.symlinkStatus;
+    } else {
+        // Pending: the statuses are not read, since another thread may be
+        // about to write them; this copy takes its own on first need.
+        status = FileStatus();
+        symlinkStatus = FileStatus();
+    }
+    statusState.store(state, std::memory_order_relaxed);
+}
+
+void DirectoryEntry::takeStatuses() const
+{
+    // One thread moves the entry from pending to taking and takes the
+    // statuses; any other waits until they are held (or pending again, when
+    // the taker failed, and then tries itself).
+    std::uint8_t state = statusState.load(std::memory_order_acquire);
+    for (;;) {
+        if (state == kStatusesHeld)
+            return;
+        if (state == kStatusesTaking) {
+            state = waitWhileTaking(statusState, kStatusesTaking);
+            continue;
+        }
+        if (statusState.compare_exchange_weak(state, kStatusesTaking, std::memory_order_acquire,
+                                              std::memory_order_acquire))
+            break;
+    }
+    try {
+        // The same two statuses the listing would have taken at once: the
+        // status following links, and the entry's own status when it is a
+        // link, or when the listing did not say and that status shows one.
+        FileStatus const followed = kelvo::filesystem::status(path);
+        FileStatus own = followed;
+        if (listedType == FileType::symbolicLink || listedType == FileType::none) {
+            FileStatus const itself = symbolicLinkStatus(path);
+            if (listedType == FileType::symbolicLink || itself.getType() == FileType::symbolicLink)
+                own = itself;
+        }
+        status = followed;
+        symlinkStatus = own;
+    } catch (...) {
+        // Out of memory for the path's native form: nothing was taken.
+        statusState.store(kStatusesPending, std::memory_order_release);
+        throw;
+    }
+    statusState.store(kStatusesHeld, std::memory_order_release);
+}
+
 void DirectoryEntry::replaceFilename(Path const& newPath, FileStatus newStatus, FileStatus newSymlinkStatus)
 {
     path = newPath;
     status = newStatus;
     symlinkStatus = newSymlinkStatus;
     listedType = FileType::none;
+    statusState.store(kStatusesHeld, std::memory_order_relaxed);
 }
 
 Path const& DirectoryEntry::getPath() const noexcept { return path; }
 
 FileStatus DirectoryEntry::getStatus() const
 {
+    holdStatuses();
     if (status.getType() != FileType::none)
         return status;
     if (exists(path))
@@ -59,6 +173,7 @@ FileStatus DirectoryEntry::getStatus() const
 
 FileStatus DirectoryEntry::getSymlinkStatus() const
 {
+    holdStatuses();
     // Kept: the stored status, not the stored link status, decides, so an
     // entry whose status is known answers from what was stored with it (see
     // docs/odd-behaviours.md, 'DirectoryEntry::replaceFilename replaces the
@@ -80,7 +195,27 @@ FileType DirectoryEntry::getListedType() const
 namespace detail {
 
 struct ListedEntryAccess {
-    static void setListedType(DirectoryEntry& entry, FileType type) noexcept { entry.listedType = type; }
+    /// @returns the entry of `path`, listed with the kind `listed`, whose
+    /// statuses are taken on first need.
+    static DirectoryEntry pending(Path&& path, FileType listed) noexcept
+    {
+        DirectoryEntry entry;
+        entry.path = std::move(path);
+        entry.listedType = listed;
+        entry.statusState.store(DirectoryEntry::kStatusesPending, std::memory_order_relaxed);
+        return entry;
+    }
+    /// Makes `entry` the entry of `name` of `directory`, listed with the
+    /// kind `listed`, reusing the storage of its path.
+    static void relist(DirectoryEntry& entry, Path const& directory, char const* name, std::size_t length,
+                       FileType listed)
+    {
+        PathNativeAccess::assignListedName(entry.path, directory, name, length);
+        entry.listedType = listed;
+        entry.status = FileStatus();
+        entry.symlinkStatus = FileStatus();
+        entry.statusState.store(DirectoryEntry::kStatusesPending, std::memory_order_relaxed);
+    }
 };
 
 namespace {
@@ -113,18 +248,12 @@ FileType listedFileType(posix::ObjectKind listed) noexcept
 
 DirectoryEntry listedEntry(Path&& path, posix::ObjectKind listed)
 {
-    FileStatus const entryStatus = status(path);
-    FileStatus entrySymlinkStatus = entryStatus;
-    if (listed == posix::ObjectKind::symbolicLink || listed == posix::ObjectKind::unknown) {
-        // A link, or an entry the listing did not describe: its own status
-        // tells whether it is a link.
-        FileStatus const own = symbolicLinkStatus(path);
-        if (listed == posix::ObjectKind::symbolicLink || own.getType() == FileType::symbolicLink)
-            entrySymlinkStatus = own;
-    }
-    DirectoryEntry entry(std::move(path), entryStatus, entrySymlinkStatus);
-    ListedEntryAccess::setListedType(entry, listedFileType(listed));
-    return entry;
+    return ListedEntryAccess::pending(std::move(path), listedFileType(listed));
+}
+
+void relistEntry(DirectoryEntry& entry, Path const& directory, posix::ListedEntry const& listed)
+{
+    ListedEntryAccess::relist(entry, directory, listed.name, listed.length, listedFileType(listed.object));
 }
 
 } // namespace detail
@@ -178,7 +307,7 @@ DirectoryIterator& DirectoryIterator::operator++()
     // reached by exactly the name the system gave, whatever its composition
     // and even when it is not UTF-8.
     try {
-        currentEntry = detail::listedEntry(directoryPath / Path(entry.name), entry.object);
+        detail::relistEntry(currentEntry, directoryPath, entry);
     } catch (...) {
         // Out of memory: the iterator stays on its current entry and the
         // stream goes back before the one that failed, for the next step.
@@ -199,24 +328,20 @@ bool DirectoryIterator::canIterate() const noexcept { return canIterateFlag; }
 
 bool forEach(Path const& directory, std::function<bool(Path const&)> callback)
 {
-    if (!exists(directory))
-        return false;
+    // One status answers both whether the directory exists and whether it
+    // is one.
     if (status(directory).getType() != FileType::directory)
         return false;
 
-    DirectoryIterator iterator{Path(directory)};
-    DirectoryIterator const end;
     // Kept: starts from false, so an empty directory answers false, and true
     // means that something was visited and every answer was yes (see
     // docs/odd-behaviours.md, 'forEach of an empty directory returns false').
     bool result = false;
-    while (*iterator != *end) {
-        DirectoryEntry const entry = *iterator;
-        result = callback(entry.getPath());
-        if (!result)
-            break;
-        ++iterator;
-    }
+    detail::forEachListedName(directory, [&](posix::ListedEntry const& entry) {
+        Path const path = PathNativeAccess::joinListedName(directory, entry.name, entry.length);
+        result = callback(path);
+        return result;
+    });
     return result;
 }
 

@@ -2,6 +2,7 @@
 #include <kelvo/filesystem/Operations.h>
 
 #include "filesystem/transformations/GlobAutomaton.h"
+#include "filesystem/transformations/GlobMatching.h"
 #include "filesystem/path/PathInternal.h"
 #include "filesystem/posix/Threads.h"
 
@@ -139,11 +140,17 @@ bool tokenMatches(char32_t token, char32_t c) noexcept
     return isAnyCharacter(token) ? !isLineTerminator(c) : token == c;
 }
 
+/// The code point a unit of a text stands for: a code point itself, or an
+/// ASCII byte of a listed name.
+constexpr char32_t codePointOf(char32_t c) noexcept { return c; }
+constexpr char32_t codePointOf(char c) noexcept { return static_cast<unsigned char>(c); }
+
 /// @returns whether the `size` tokens at `tokens` match the characters at `text`.
-bool segmentMatchesAt(char32_t const* tokens, std::size_t size, char32_t const* text) noexcept
+template <typename Unit>
+bool segmentMatchesAt(char32_t const* tokens, std::size_t size, Unit const* text) noexcept
 {
     for (std::size_t i = 0; i < size; ++i) {
-        if (!tokenMatches(tokens[i], text[i]))
+        if (!tokenMatches(tokens[i], codePointOf(text[i])))
             return false;
     }
     return true;
@@ -175,12 +182,11 @@ bool isDirectPattern(String const& pattern, std::locale const& locale)
 /// into segments; the first is anchored at the start, the last at the end,
 /// and each one between is placed as far left as it goes, which is never
 /// worse for what follows. A star covers no line terminator.
-bool matchesDirectly(String const& pattern, String const& text) noexcept
+template <typename Unit>
+bool matchesDirectly(String const& pattern, Unit const* name, std::size_t length) noexcept
 {
     char32_t const* const tokens = pattern.data();
     std::size_t const tokenCount = pattern.size();
-    char32_t const* const name = text.data();
-    std::size_t const length = text.size();
 
     std::size_t const firstStar = pattern.find(U'*');
     if (firstStar == String::npos)
@@ -209,7 +215,7 @@ bool matchesDirectly(String const& pattern, String const& text) noexcept
                     return false;
                 if (segmentMatchesAt(tokens + segmentStart, segmentSize, name + position))
                     break;
-                if (isLineTerminator(name[position]))
+                if (isLineTerminator(codePointOf(name[position])))
                     return false;
                 ++position;
             }
@@ -218,7 +224,7 @@ bool matchesDirectly(String const& pattern, String const& text) noexcept
         segmentStart = segmentEnd + 1;
     }
     for (; position < end; ++position) {
-        if (isLineTerminator(name[position]))
+        if (isLineTerminator(codePointOf(name[position])))
             return false;
     }
     return true;
@@ -289,11 +295,11 @@ CompiledPattern compile(String const& pattern, std::locale const& locale)
     return matchesExpression(text, *compiled.engine->expression);
 }
 
-bool matchesCompiled(Path const& path, CompiledPattern const& compiled)
+bool matchesCompiled(String const& text, CompiledPattern const& compiled)
 {
     if (compiled.direct)
-        return matchesDirectly(compiled.pattern, PathNativeAccess::text(path));
-    return matchesExpressionPattern(PathNativeAccess::text(path), compiled);
+        return matchesDirectly(compiled.pattern, text.data(), text.size());
+    return matchesExpressionPattern(text, compiled);
 }
 
 constexpr std::size_t kCachedPatterns = 8;
@@ -333,16 +339,77 @@ struct PatternCache {
 
 thread_local PatternCache cache;
 
-} // namespace
-
-bool matchesGlobPattern(Path const& path, String const& pattern)
+/// @returns whether the path text `text` matches `pattern` under the
+/// current global locale: `matchesGlobPattern` of a path with that text.
+bool matchesText(String const& text, String const& pattern)
 {
     // Compiled expressions depend on the global locale at compile time, so it
     // is part of what a cached entry is found by.
     std::locale const locale;
     if (cacheClosed)
-        return matchesCompiled(path, compile(pattern, locale));
-    return matchesCompiled(path, cache.find(pattern, locale));
+        return matchesCompiled(text, compile(pattern, locale));
+    return matchesCompiled(text, cache.find(pattern, locale));
+}
+
+} // namespace
+
+namespace detail {
+
+// A plain wildcard pattern is ready once it is known to be one; any other
+// goes through the per-thread cache on each match, as `matchesGlobPattern`
+// does, so that what it compiled serves later calls too.
+struct PreparedGlob::Compiled {
+    String pattern;
+    std::locale locale;
+    bool direct = false;
+    // The code points of a plain name, for a pattern that is not direct.
+    mutable String scratch;
+};
+
+PreparedGlob::PreparedGlob(String const& pattern) : compiled(std::make_unique<Compiled>())
+{
+    compiled->pattern = pattern;
+    compiled->direct = isDirectPattern(pattern, compiled->locale);
+}
+
+PreparedGlob::~PreparedGlob() = default;
+
+bool PreparedGlob::isCurrent() const { return std::locale() == compiled->locale; }
+
+bool PreparedGlob::matches(Path const& path) const
+{
+    String const& text = PathNativeAccess::text(path);
+    if (compiled->direct)
+        return matchesDirectly(compiled->pattern, text.data(), text.size());
+    return matchesText(text, compiled->pattern);
+}
+
+bool PreparedGlob::isPlainName(char const* name, std::size_t length) noexcept
+{
+    for (std::size_t i = 0; i < length; ++i) {
+        auto const byte = static_cast<unsigned char>(name[i]);
+        if (byte >= 0x80 || byte == '\\')
+            return false;
+    }
+    return true;
+}
+
+bool PreparedGlob::matchesPlainName(char const* name, std::size_t length) const
+{
+    if (compiled->direct)
+        return matchesDirectly(compiled->pattern, name, length);
+    String& text = compiled->scratch;
+    text.resize(length);
+    for (std::size_t i = 0; i < length; ++i)
+        text[i] = codePointOf(name[i]);
+    return matchesText(text, compiled->pattern);
+}
+
+} // namespace detail
+
+bool matchesGlobPattern(Path const& path, String const& pattern)
+{
+    return matchesText(PathNativeAccess::text(path), pattern);
 }
 
 } // namespace kelvo::filesystem

@@ -27,34 +27,68 @@ void appendNativeName(std::string& out, char const* name, std::size_t size)
         out.push_back('/');
     std::size_t const start = out.size();
     out.append(name, size);
-    char* const bytes = &out[start];
-    for (std::size_t i = 0; i < size; ++i) {
-        if (bytes[i] == '\\')
-            bytes[i] = '/';
+    if (std::memchr(name, '\\', size) == nullptr)
+        return;
+    for (std::size_t i = start; i < out.size(); ++i) {
+        if (out[i] == '\\')
+            out[i] = '/';
     }
 }
 
-// Appends the text of the name at `name` to `out` after one separator: ASCII
-// as it is, anything else decoded and decomposed through `room`, as a path
-// built from the bytes reads it.
-void appendTextName(String& out, char const* name, std::size_t size, bool ascii, String& room)
+// The longest name widened on the machine stack; Linux names are at most 255
+// bytes, longer ones go through the heap.
+constexpr std::size_t kShortName = 256;
+
+// Appends the text of the name at `name` to `out`, each backslash made "/" as
+// a path built from the bytes has it: ASCII widened as it is, in the same
+// pass that finds it is ASCII; anything else decoded and decomposed through
+// `room`.
+// @returns true when the name is ASCII.
+bool appendName(String& out, char const* name, std::size_t size, String& room)
 {
-    if (!out.empty() && out.back() != U'/')
-        out.push_back(U'/');
-    if (ascii) {
-        std::size_t const start = out.size();
-        out.resize(start + size);
-        char32_t* const text = out.data() + start;
-        for (std::size_t i = 0; i < size; ++i) {
-            char32_t const c = static_cast<unsigned char>(name[i]);
-            text[i] = c == U'\\' ? U'/' : c;
+    if (size <= kShortName) {
+        char32_t wide[kShortName];
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(name);
+        unsigned high = 0;
+        std::size_t i = 0;
+        // Eight bytes a step, a fixed count the compiler widens in registers;
+        // names are mostly shorter than its loops over unknown counts pay off.
+        for (; i + 8 <= size; i += 8) {
+            for (std::size_t k = 0; k < 8; ++k) {
+                high |= bytes[i + k];
+                wide[i + k] = bytes[i + k];
+            }
         }
-        return;
+        for (; i < size; ++i) {
+            high |= bytes[i];
+            wide[i] = bytes[i];
+        }
+        if ((high & 0x80) == 0) {
+            if (std::memchr(name, '\\', size) != nullptr) {
+                for (std::size_t i = 0; i < size; ++i)
+                    wide[i] = wide[i] == U'\\' ? U'/' : wide[i];
+            }
+            out.append(wide, size);
+            return true;
+        }
     }
-    kelvo::unicode::detail::decodeUTF8ToNFD(name, size, room);
+    bool const ascii = kelvo::unicode::detail::isASCII(name, size);
+    if (ascii)
+        room.assign(name, name + size);
+    else
+        kelvo::unicode::detail::decodeUTF8ToNFD(name, size, room);
     for (char32_t& c : room)
         c = c == U'\\' ? U'/' : c;
     out.append(room.data(), room.size());
+    return ascii;
+}
+
+// The same after one separator.
+bool appendTextName(String& out, char const* name, std::size_t size, String& room)
+{
+    if (!out.empty() && out.back() != U'/')
+        out.push_back(U'/');
+    return appendName(out, name, size, room);
 }
 
 } // namespace
@@ -72,6 +106,7 @@ TreeWalker::TreeWalker(Path const& root, WalkOptions const& walkOptions) : optio
     done = false;
     rootDevice = stack->identity().device;
     directoryText = PathNativeAccess::text(root);
+    rootIsASCII = kelvo::unicode::detail::isASCII(rootNative.data(), rootNative.size());
     directoryNative = rootNative;
     levels.push_back(std::make_unique<Level>());
     depthIn = 1;
@@ -185,22 +220,42 @@ Path TreeWalker::entryPath(Level const& level, std::size_t index)
 {
     char const* const name = level.listing.name(index);
     std::size_t const size = level.listing.nameLength(index);
-    bool const ascii = kelvo::unicode::detail::isASCII(name, size);
-    OwnedText text(acquireText());
-    text->reserve(directoryText.size() + 1 + size);
-    text->append(directoryText.data(), directoryText.size());
-    appendTextName(*text, name, size, ascii, decoded);
+    // The previous entry's text and native form are taken back and rebuilt:
+    // when they were made in the same directory, only the name changes.
+    // `current` is this walker's own entry, and its path is replaced right
+    // after.
+    OwnedText text;
     OwnedNative native;
-    if (level.carries || !ascii) {
-        // The native form is not the composed text: it keeps the bytes of
-        // the root and of every name, whatever their composition and even
-        // when they are not UTF-8.
-        native.reset(acquireNative());
-        native->reserve(directoryNative.size() + 1 + size);
-        native->append(directoryNative);
-        appendNativeName(*native, name, size);
+    PathNativeAccess::takeApart(const_cast<Path&>(current.getPath()), text, native);
+    if (text != nullptr && native != nullptr && builtFor == directoryVersion) {
+        text->resize(prefixLength);
+        native->resize(nativePrefixLength);
+    } else {
+        if (text == nullptr)
+            text.reset(acquireText());
+        if (native == nullptr)
+            native.reset(acquireNative());
+        text->assign(directoryText);
+        if (!text->empty() && text->back() != U'/')
+            text->push_back(U'/');
+        native->assign(directoryNative);
+        if (!native->empty() && native->back() != '/')
+            native->push_back('/');
+        prefixLength = text->size();
+        nativePrefixLength = native->size();
+        builtFor = directoryVersion;
     }
-    return PathNativeAccess::adopt(std::move(text), std::move(native));
+    bool const ascii = appendName(*text, name, size, decoded);
+    appendNativeName(*native, name, size);
+    // The native form keeps the bytes of the root and of every name, whatever
+    // their composition and even when they are not UTF-8. When all of it is
+    // ASCII it is the text itself, and marked so: copies of the entry then
+    // leave it to be made again on first use instead of copying it.
+    std::string* const made = native.release();
+    return PathNativeAccess::adopt(std::move(text),
+                                   OwnedNative(ascii && !level.carries && rootIsASCII
+                                                   ? PathNativeAccess::markedPlain(made)
+                                                   : made));
 }
 
 void TreeWalker::yield(Level const& level, std::size_t index, posix::ObjectKind kind, std::size_t depth)
@@ -243,10 +298,9 @@ TreeWalker::Descent TreeWalker::descend(std::size_t index, posix::ObjectKind kin
     level.index = index;
     level.kind = kind;
     std::size_t const size = parent.listing.nameLength(index);
-    bool const ascii = kelvo::unicode::detail::isASCII(name, size);
-    level.carries = parent.carries || !ascii;
-    appendTextName(directoryText, name, size, ascii, decoded);
+    level.carries = !appendTextName(directoryText, name, size, decoded) || parent.carries;
     appendNativeName(directoryNative, name, size);
+    ++directoryVersion;
     ++depthIn;
     listCurrent(level);
     return done ? Descent::stopped : Descent::entered;
@@ -267,6 +321,7 @@ bool TreeWalker::ascend()
     Level const& level = *levels[depthIn - 1];
     directoryText.resize(level.textLength);
     directoryNative.resize(level.nativeLength);
+    ++directoryVersion;
     --depthIn;
     return true;
 }

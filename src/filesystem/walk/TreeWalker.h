@@ -93,6 +93,11 @@ private:
     kelvo::unicode::String directoryText;         // the current directory's path text
     std::string directoryNative;                  // and its native form
     kelvo::unicode::String decoded;               // room for decoding names that are not ASCII
+    std::size_t directoryVersion = 0;             // changes whenever `directoryText` does
+    std::size_t builtFor = std::size_t(-1);       // the version the current entry's path was built in
+    std::size_t prefixLength = 0;                 // the length of that path's text up to its name
+    std::size_t nativePrefixLength = 0;           // the same for its native form
+    bool rootIsASCII = false;                     // the root's native form is ASCII (so is its text)
     std::uint64_t rootDevice = 0;
     DirectoryEntry current;
     std::size_t currentDepth = 0;
