@@ -66,6 +66,10 @@ struct CommandInfo {
     /// The options the command accepts, besides --help (and -h for help when
     /// it is not one of them).
     std::vector<OptionInfo> options = {};
+    /// True for a command that reads its own words, in their order, as an
+    /// expression ("find ROOT -name GLOB -type f"): every word reaches it as
+    /// an operand; only "--help" is answered for it.
+    bool wordsAsGiven = false;
 };
 
 /// Runs the command line `argv` against `commands`, with `help [COMMAND]`
@@ -259,6 +263,12 @@ std::string transferFailureText(char const* verb, kelvo::filesystem::Failure con
 /// kelvo-fs cp -a (CopyCommands.cpp): the copy that keeps times, modes,
 /// owners and links, with a progress line on a terminal.
 int runCopyKeeping(Invocation const& invocation);
+
+// Finding and measuring trees (FindCommands.cpp), with their usage texts.
+extern char const kFindUsage[];
+extern char const kDiskUsageUsage[];
+int runFind(Invocation const& invocation);
+int runDiskUsage(Invocation const& invocation);
 
 } // namespace kelvo::tool
 

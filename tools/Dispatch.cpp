@@ -189,6 +189,14 @@ int dispatch(CommandInfo const& command, int argc, char** argv)
     invocation.name = command.name;
     invocation.usage = command.usage;
     std::vector<std::string> const words(argv, argv + argc);
+    if (command.wordsAsGiven) {
+        if (std::find(words.begin(), words.end(), "--help") != words.end()) {
+            std::cout << command.usage;
+            return kExitSuccess;
+        }
+        invocation.operands = words;
+        return command.run(invocation);
+    }
     Check const checked = check(words, command.options, kCommandSpelling);
     if (checked.outcome == Check::Outcome::help) {
         std::cout << command.usage;

@@ -12,9 +12,11 @@
 #include <kelvo/filesystem/FileLock.h>
 #include <kelvo/filesystem/FileMutex.h>
 #include <kelvo/filesystem/FileStatus.h>
+#include <kelvo/filesystem/Finding.h>
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
 #include <kelvo/filesystem/PathHash.h>
+#include <kelvo/filesystem/ShellPattern.h>
 #include <kelvo/filesystem/RecursiveDirectoryIterator.h>
 #include <kelvo/filesystem/Version.h>
 #include <kelvo/filesystem/TemporaryDirectory.h>

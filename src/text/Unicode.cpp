@@ -264,6 +264,66 @@ String toNFD(String const& text)
     return normalise(nfd(), text, start);
 }
 
+std::uint8_t canonicalCombiningClass(char32_t c)
+{
+    if (c < kFirstCombining || !isScalarValue(c))
+        return 0;
+    return u_getCombiningClass(static_cast<UChar32>(c));
+}
+
+String withoutAccents(String const& text)
+{
+    String decomposed = toNFD(text);
+    auto const isAccent = [](char32_t c) {
+        return c >= kFirstCombining && isScalarValue(c) && u_charType(static_cast<UChar32>(c)) == U_NON_SPACING_MARK;
+    };
+    decomposed.erase(std::remove_if(decomposed.begin(), decomposed.end(), isAccent), decomposed.end());
+    return decomposed;
+}
+
+bool hasCharacterClass(char32_t c, CharacterClass characterClass)
+{
+    if (c < 0x80) {
+        bool const upper = c >= U'A' && c <= U'Z';
+        bool const lower = c >= U'a' && c <= U'z';
+        bool const digit = c >= U'0' && c <= U'9';
+        bool const graph = c > 0x20 && c < 0x7F;
+        switch (characterClass) {
+        case CharacterClass::alnum: return upper || lower || digit;
+        case CharacterClass::alpha: return upper || lower;
+        case CharacterClass::blank: return c == U' ' || c == U'\t';
+        case CharacterClass::cntrl: return c < 0x20 || c == 0x7F;
+        case CharacterClass::digit: return digit;
+        case CharacterClass::graph: return graph;
+        case CharacterClass::lower: return lower;
+        case CharacterClass::print: return graph || c == U' ';
+        case CharacterClass::punct: return graph && !(upper || lower || digit);
+        case CharacterClass::space: return c == U' ' || (c >= U'\t' && c <= U'\r');
+        case CharacterClass::upper: return upper;
+        case CharacterClass::xdigit: return digit || (c >= U'a' && c <= U'f') || (c >= U'A' && c <= U'F');
+        }
+        return false;
+    }
+    if (!isScalarValue(c))
+        return false;
+    auto const point = static_cast<UChar32>(c);
+    switch (characterClass) {
+    case CharacterClass::alnum: return u_isalpha(point) != 0 || u_isdigit(point) != 0;
+    case CharacterClass::alpha: return u_isalpha(point) != 0;
+    case CharacterClass::blank: return u_isblank(point) != 0;
+    case CharacterClass::cntrl: return u_iscntrl(point) != 0;
+    case CharacterClass::digit: return false;
+    case CharacterClass::graph: return u_isgraph(point) != 0;
+    case CharacterClass::lower: return u_islower(point) != 0;
+    case CharacterClass::print: return u_isprint(point) != 0;
+    case CharacterClass::punct: return u_isgraph(point) != 0 && u_isalpha(point) == 0 && u_isdigit(point) == 0;
+    case CharacterClass::space: return u_isspace(point) != 0;
+    case CharacterClass::upper: return u_isupper(point) != 0;
+    case CharacterClass::xdigit: return false;
+    }
+    return false;
+}
+
 namespace detail {
 
 void decomposeInPlace(String& text)

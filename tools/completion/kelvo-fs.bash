@@ -45,6 +45,12 @@ _kelvo_fs()
         fi
     fi
 
+    # find takes a kind after -type.
+    if [[ $command == find && ${COMP_WORDS[COMP_CWORD - 1]} == -type ]]; then
+        COMPREPLY=($(compgen -W $'f\nd\nl' -- "$current"))
+        return 0
+    fi
+
     if [[ $current == -* ]]; then
         COMPREPLY=($(compgen -W "$("$tool" help --options "$command" 2>/dev/null)" -- "$current"))
         return 0

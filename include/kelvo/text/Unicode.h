@@ -5,6 +5,8 @@
 #include <kelvo/export.h>
 #include <kelvo/text/String.h>
 
+#include <cstdint>
+
 namespace kelvo::unicode {
 
 /// @returns the simple (one-to-one) Unicode case folding of `c` (the C and S
@@ -21,6 +23,26 @@ KELVO_FILESYSTEM_API bool isNFD(String const& text);
 /// combining marks (Normalization Form D). Values that are not Unicode scalar
 /// values are kept as they are and bound the text around them.
 KELVO_FILESYSTEM_API String toNFD(String const& text);
+
+/// @returns the canonical combining class of `c` (0 for a starter), or 0 for
+/// values that are not code points.
+KELVO_FILESYSTEM_API std::uint8_t canonicalCombiningClass(char32_t c);
+
+/// @returns `text` in Normalization Form D without its nonspacing marks
+/// (general category Mn: accents, cedillas, ogoneks, ...), so that "Résumé"
+/// gives "Resume". Values that are not Unicode scalar values are kept.
+KELVO_FILESYSTEM_API String withoutAccents(String const& text);
+
+/// The character classes a shell pattern can name in a bracket expression
+/// ("[[:alpha:]]").
+enum class CharacterClass : std::uint8_t { alnum, alpha, blank, cntrl, digit, graph, lower, print, punct, space, upper, xdigit };
+
+/// @returns true when `c` belongs to `characterClass`: for ASCII exactly as
+/// the "C" locale classifies it; above ASCII by its Unicode properties
+/// (letters are alpha, with lower and upper by their case; marks and
+/// symbols and punctuation are punct; "digit" and "xdigit" hold ASCII digits
+/// only). Values that are not Unicode scalar values belong to no class.
+KELVO_FILESYSTEM_API bool hasCharacterClass(char32_t c, CharacterClass characterClass);
 
 } // namespace kelvo::unicode
 

@@ -22,6 +22,8 @@ struct ObjectInformation {
     std::int64_t size = 0;                    ///< `st_size`, in bytes
     std::uint64_t device = 0;                 ///< `st_dev`: with the inode, what the object is
     std::uint64_t inode = 0;                  ///< `st_ino`
+    std::uint64_t links = 0;                  ///< `st_nlink`: the names the object has
+    std::int64_t allocatedBytes = 0;          ///< `st_blocks` times 512: the room it takes on disk
     std::int64_t modificationSeconds = 0;     ///< whole seconds of the modification time
     std::int64_t modificationNanoseconds = 0; ///< its sub-second part, 0 to 999999999
     std::int64_t accessSeconds = 0;           ///< whole seconds of the access time
