@@ -6,6 +6,7 @@
 #include <kelvo/text/TokenIterator.h>
 #include <kelvo/text/Unicode.h>
 
+#include <kelvo/filesystem/AtomicFile.h>
 #include <kelvo/filesystem/DirectoryIterator.h>
 #include <kelvo/filesystem/Failure.h>
 #include <kelvo/filesystem/FileLock.h>

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <stdio.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -114,6 +115,11 @@ SystemCalls const kSystemCalls = {
     systemPollInput,
     ::pthread_atfork,
     systemRunThreadWithStack,
+    ::fsync,
+    ::fchmod,
+    ::fchown,
+    ::linkat,
+    ::renameat,
 };
 
 } // namespace

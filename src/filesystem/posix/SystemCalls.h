@@ -65,6 +65,12 @@ struct SystemCalls {
     /// (`pthread_attr_setstacksize`, `pthread_create`) and joins it.
     /// @returns 0 when it ran, else the error number of the failing call.
     int (*runThreadWithStack)(std::size_t stackBytes, void* (*body)(void*), void* argument);
+    // The calls behind atomic saves.
+    int (*fsync)(int descriptor);
+    int (*fchmod)(int descriptor, mode_t mode);
+    int (*fchown)(int descriptor, uid_t owner, gid_t group);
+    int (*linkat)(int fromDirectory, char const* from, int toDirectory, char const* to, int flags);
+    int (*renameat)(int fromDirectory, char const* from, int toDirectory, char const* to);
 };
 
 struct ObjectInformation;
