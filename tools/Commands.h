@@ -250,6 +250,10 @@ int runLink(Invocation const& invocation);
 int runCompareFiles(Invocation const& invocation);
 int runCompareTrees(Invocation const& invocation);
 
+// Atomic saves (SaveCommand.cpp), with the usage text.
+extern char const kSaveUsage[];
+int runSave(Invocation const& invocation);
+
 } // namespace kelvo::tool
 
 #endif

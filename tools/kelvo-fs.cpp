@@ -167,6 +167,7 @@ kelvo::tool::CommandInfo const kCommands[] = {
     {"ln", kelvo::tool::kLinkUsage, kelvo::tool::runLink, {{"-s"}}},
     {"cmp", kelvo::tool::kCompareFilesUsage, kelvo::tool::runCompareFiles},
     {"cmp-tree", kelvo::tool::kCompareTreesUsage, kelvo::tool::runCompareTrees},
+    {"save", kelvo::tool::kSaveUsage, kelvo::tool::runSave},
     {"resolve", kelvo::tool::kResolveUsage, kelvo::tool::runResolve},
     {"canonical", kelvo::tool::kCanonicalUsage, kelvo::tool::runCanonical},
     {"complete", kelvo::tool::kCompleteUsage, kelvo::tool::runComplete},
