@@ -43,6 +43,7 @@ TARGETS = [
     (r"fs/list/", "std", 1.0, True),
     (r"fs/(status|exists)/", "raw", 1.1, False),
     (r"glob/match/star_tmp$", "raw", 2.0, False),
+    (r"save/flushed/\w+_disk$", "raw", 1.05, False),
 ]
 
 UNIT_TO_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}

@@ -77,8 +77,8 @@ public:
     /// has failed.
     bool isOpen() const noexcept;
 
-    /// Appends `bytes` to the new contents. Small writes are gathered in a
-    /// buffer of 64 KiB; larger ones go to the file at once.
+    /// Appends `bytes` to the new contents. Writes under 4 KiB are gathered
+    /// in a buffer of 64 KiB; larger ones go to the file at once.
     /// @returns true on success; false when nothing is open or a write to
     /// the file failed (the save is then abandoned, the new file removed,
     /// and every later call answers false).
@@ -103,7 +103,7 @@ public:
 
     /// @returns the path of the file the save replaces (after following
     /// links); empty when nothing is open.
-    Path const& target() const noexcept;
+    Path const& target() const;
 
 private:
     struct State;

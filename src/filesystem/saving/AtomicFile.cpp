@@ -20,6 +20,10 @@ namespace {
 // Small writes are gathered up to this size before they reach the file.
 constexpr std::size_t kBufferSize = std::size_t(64) << 10;
 
+// A write of at least this size goes to the file at once, after what was
+// gathered before it: it is worth a call of its own.
+constexpr std::size_t kDirectWrite = 4096;
+
 // How many names are drawn before a save gives up on finding a free one.
 constexpr int kNameAttempts = 100;
 
@@ -35,7 +39,7 @@ constexpr std::uint32_t kNewFileMode = 0666;
 } // namespace
 
 struct AtomicFile::State {
-    Path target;              // the file replaced, as a path
+    Path target;              // the file replaced, as a path, made when first asked for
     std::string targetNative; // its native bytes, named by every failure
     std::string name;         // its name in `directory`
     std::string prefix;       // the prefix of its hidden files
@@ -203,7 +207,6 @@ bool AtomicFile::open(Path const& path)
     auto made = std::make_unique<State>();
     State& s = *made;
     s.targetNative = resolved.path;
-    s.target = Path(resolved.path);
     s.name = std::move(resolved.name);
     s.prefix = saving::hiddenPrefix(s.name);
     s.exists = resolved.exists;
@@ -238,7 +241,7 @@ bool AtomicFile::write(void const* data, std::size_t size)
     if (size == 0)
         return true;
     State& s = *state;
-    if (s.buffer.size() + size <= kBufferSize) {
+    if (size < kDirectWrite && s.buffer.size() + size <= kBufferSize) {
         if (s.buffer.capacity() < kBufferSize)
             s.buffer.reserve(kBufferSize);
         s.buffer.append(static_cast<char const*>(data), size);
@@ -246,7 +249,7 @@ bool AtomicFile::write(void const* data, std::size_t size)
     }
     if (!s.flushBuffer())
         return false;
-    if (size < kBufferSize) {
+    if (size < kDirectWrite) {
         s.buffer.append(static_cast<char const*>(data), size);
         return true;
     }
@@ -306,10 +309,14 @@ void AtomicFile::abort() noexcept
     errno = saved;
 }
 
-Path const& AtomicFile::target() const noexcept
+Path const& AtomicFile::target() const
 {
     static Path const kNothing;
-    return isOpen() ? state->target : kNothing;
+    if (!isOpen())
+        return kNothing;
+    if (state->target.empty())
+        state->target = Path(state->targetNative);
+    return state->target;
 }
 
 bool writeFileAtomically(Path const& path, std::string_view bytes)
