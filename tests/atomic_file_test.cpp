@@ -312,6 +312,15 @@ TEST_F(AtomicFileTest, DirectoryOrSpecialFileIsRefused)
     EXPECT_EQ(namesIn(scratch).size(), 3u);
 }
 
+TEST_F(AtomicFileTest, EmptyPathNamesNothing)
+{
+    ASSERT_EQ(::chdir(scratch.c_str()), 0);
+    fs::clearLastFailure();
+    EXPECT_FALSE(fs::writeFileAtomically(Path(""), "x"));
+    EXPECT_EQ(fs::lastFailure().error.value(), ENOENT);
+    EXPECT_TRUE(namesIn(scratch).empty());
+}
+
 TEST_F(AtomicFileTest, MissingDirectoryFails)
 {
     std::string const target = at("missing/file");

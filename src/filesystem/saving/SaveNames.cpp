@@ -147,7 +147,8 @@ bool resolveTarget(std::string const& path, ResolvedTarget& resolved)
     for (int followed = 0;; ++followed) {
         posix::SavedObject object;
         if (!posix::getSavedObject(current.c_str(), false, object)) {
-            if (posix::lastFailureReason() != posix::FailureReason::missing)
+            // An empty path names nothing to make either.
+            if (posix::lastFailureReason() != posix::FailureReason::missing || current.empty())
                 return false;
             resolved.exists = false;
             break;
