@@ -144,7 +144,7 @@ TEST_F(ToolTest, HelpListsCommandsAndOptionsForCompletion)
 {
     ToolRun commands = runTool({"help", "--commands"});
     EXPECT_EQ(commands.exitStatus, 0);
-    EXPECT_EQ(commands.out, "path\ncompare\nstat\nls\nlock\nlocked\ncwd\nmkdir\nrm\nrm-matching\ncp\nmv\nln\ncmp\ncmp-tree\nfind\ndu\nresolve\ncanonical\ncomplete\nlimits\ncheck-length\nsanitize\ndos83\nelide\nglob\nfix-case\nmutex\ntmp\ntmpdir\ndemo\nhelp\n");
+    EXPECT_EQ(commands.out, "path\ncompare\nstat\nls\nlock\nlocked\ncwd\nmkdir\nrm\nrm-matching\ncp\nmv\nln\ncmp\ncmp-tree\nfind\ndu\nsave\nresolve\ncanonical\ncomplete\nlimits\ncheck-length\nsanitize\ndos83\nelide\nglob\nfix-case\nmutex\ntmp\ntmpdir\ndemo\nhelp\n");
 
     ToolRun list = runTool({"help", "--options", "ls"});
     EXPECT_EQ(list.exitStatus, 0);
@@ -370,11 +370,12 @@ TEST_F(ToolTest, BashCompletesCommandsOptionsAndFiles)
     makeFile("notes.txt", "");
     makeFile("nothing", "");
     EXPECT_EQ(complete("lo", scratch), "lock\nlocked\n");
-    EXPECT_EQ(complete("''", scratch), "--help\n--version\ncanonical\ncheck-length\ncmp\ncmp-tree\ncompare\ncomplete\ncp\ncwd\ndemo\ndos83\ndu\nelide\nfind\nfix-case\nglob\nhelp\nlimits\nln\nlock\nlocked\nls\nmkdir\nmutex\nmv\npath\nresolve\nrm\nrm-matching\nsanitize\nstat\ntmp\ntmpdir\n");
+    EXPECT_EQ(complete("''", scratch), "--help\n--version\ncanonical\ncheck-length\ncmp\ncmp-tree\ncompare\ncomplete\ncp\ncwd\ndemo\ndos83\ndu\nelide\nfind\nfix-case\nglob\nhelp\nlimits\nln\nlock\nlocked\nls\nmkdir\nmutex\nmv\npath\nresolve\nrm\nrm-matching\nsanitize\nsave\nstat\ntmp\ntmpdir\n");
     EXPECT_EQ(complete("ls -", scratch), "--help\n--json\n-a\n-h\n-l\n");
     EXPECT_EQ(complete("lock --t", scratch), "--timeout\n");
-    EXPECT_EQ(complete("help s", scratch), "sanitize\nstat\n");
+    EXPECT_EQ(complete("help s", scratch), "sanitize\nsave\nstat\n");
     EXPECT_EQ(complete("stat no", scratch), "notes.txt\nnothing\n");
+    EXPECT_EQ(complete("save no", scratch), "notes.txt\nnothing\n");
     // After "--", lock completes the name of a command, then its arguments.
     EXPECT_NE(complete("lock notes.txt -- tru", scratch).find("true\n"), std::string::npos);
     EXPECT_EQ(complete("lock notes.txt -- kelvo-no-such-comm", scratch), "\n");

@@ -270,6 +270,10 @@ extern char const kDiskUsageUsage[];
 int runFind(Invocation const& invocation);
 int runDiskUsage(Invocation const& invocation);
 
+// Atomic saves (SaveCommand.cpp), with the usage text.
+extern char const kSaveUsage[];
+int runSave(Invocation const& invocation);
+
 } // namespace kelvo::tool
 
 #endif

@@ -174,6 +174,7 @@ kelvo::tool::CommandInfo const kCommands[] = {
       {"-xdev"}, {"-print0"}, {"--json"}},
      true},
     {"du", kelvo::tool::kDiskUsageUsage, kelvo::tool::runDiskUsage, {{"-s"}, {"-h"}}},
+    {"save", kelvo::tool::kSaveUsage, kelvo::tool::runSave},
     {"resolve", kelvo::tool::kResolveUsage, kelvo::tool::runResolve},
     {"canonical", kelvo::tool::kCanonicalUsage, kelvo::tool::runCanonical},
     {"complete", kelvo::tool::kCompleteUsage, kelvo::tool::runComplete},

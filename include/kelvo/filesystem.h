@@ -7,6 +7,8 @@
 #include <kelvo/text/Unicode.h>
 
 #include <kelvo/filesystem/Copying.h>
+
+#include <kelvo/filesystem/AtomicFile.h>
 #include <kelvo/filesystem/DirectoryIterator.h>
 #include <kelvo/filesystem/Failure.h>
 #include <kelvo/filesystem/FileLock.h>

@@ -47,6 +47,7 @@ struct RunSettings {
     std::string timeZone; ///< empty: TZ as inherited
     std::vector<std::string> removedVariables; ///< names of inherited variables left out
     std::vector<std::string> environment; ///< "NAME=value" entries, replacing inherited ones of the same names
+    std::string standardInput; ///< a file the tool reads as standard input; empty: /dev/null
 };
 
 /// Reads both pipes until both are closed.
@@ -107,7 +108,7 @@ inline std::vector<std::string> toolEnvironment(RunSettings const& settings)
 }
 
 /// Runs the tool with `arguments` as `settings` say, standard input from
-/// /dev/null, capturing its standard output and error.
+/// /dev/null unless they name a file, capturing its standard output and error.
 /// @returns the exit status (-1 when the tool could not be started) and both outputs.
 inline ToolRun runTool(std::vector<std::string> const& arguments, RunSettings const& settings = {})
 {
@@ -136,7 +137,8 @@ inline ToolRun runTool(std::vector<std::string> const& arguments, RunSettings co
     if (child == 0) {
         ::dup2(outPipe[1], STDOUT_FILENO);
         ::dup2(errPipe[1], STDERR_FILENO);
-        int const input = ::open("/dev/null", O_RDONLY);
+        int const input = ::open(settings.standardInput.empty() ? "/dev/null" : settings.standardInput.c_str(),
+                                 O_RDONLY);
         if (input >= 0)
             ::dup2(input, STDIN_FILENO);
         if (!settings.workingDirectory.empty() && ::chdir(settings.workingDirectory.c_str()) != 0)

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <stdio.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
@@ -156,6 +157,8 @@ SystemCalls const kSystemCalls = {
     ::mkfifoat,
     ::mknodat,
     ::symlinkat,
+    ::fsync,
+    ::renameat,
 };
 
 } // namespace

@@ -82,6 +82,8 @@ struct SystemCalls {
     int (*mkfifoat)(int directory, char const* name, mode_t mode);
     int (*mknodat)(int directory, char const* name, mode_t mode, dev_t device);
     int (*symlinkat)(char const* target, int directory, char const* name);
+    int (*fsync)(int descriptor);
+    int (*renameat)(int fromDirectory, char const* from, int toDirectory, char const* to);
 };
 
 struct ObjectInformation;
