@@ -350,8 +350,10 @@ Path& Path::operator=(Path const& other)
 Path& Path::operator=(Path&& other) noexcept
 {
     if (this != &other) {
-        detail::releaseText(text);
-        setNative(other.takeNative());
+        // Both of this path's strings go back to the store with one look at
+        // it (an element replacing the previous one in a walk does this).
+        detail::releaseTextAndNative(text, PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));
+        native.store(other.takeNative(), std::memory_order_relaxed);
         text = other.text;
         other.text = nullptr;
     }

@@ -268,6 +268,12 @@ int compareFoldedTexts(String const& a, String const& b) noexcept
     return compareFolded(a.data(), a.size(), b.data(), b.size());
 }
 
+int compareASCIIFolded(std::string const& a, std::string const& b) noexcept
+{
+    return compareFolded(reinterpret_cast<unsigned char const*>(a.data()), a.size(),
+                         reinterpret_cast<unsigned char const*>(b.data()), b.size());
+}
+
 int compareASCII(std::string const& a, std::string const& b) noexcept
 {
     std::size_t const la = a.size();
@@ -321,19 +327,20 @@ inline int comparePaths(Path const& a, Path const& b) noexcept
     return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b));
 }
 
-// Equality: the same bytes first, then the texts (with no second look for
-// identical texts when the bytes were there and differed).
+// Equality: the same bytes first, then the bytes of two plain native forms,
+// or else the texts (with no second look for identical texts when the bytes
+// were there and differed).
 inline bool equalPaths(Path const& a, Path const& b) noexcept
 {
-    std::string const* const pa = PathNativeAccess::plainNative(a);
-    std::string const* const pb = PathNativeAccess::plainNative(b);
-    if (pa != nullptr && pb != nullptr)
-        return detail::compareASCII(*pa, *pb) == 0;
     std::string const* const na = PathNativeAccess::nativeIfMade(a);
     std::string const* const nb = PathNativeAccess::nativeIfMade(b);
     if (na == nullptr || nb == nullptr)
         return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0;
-    return sameBytes(na, nb) || detail::compareFoldedTexts(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0;
+    if (sameBytes(na, nb))
+        return true;
+    if (PathNativeAccess::plainNative(a) != nullptr && PathNativeAccess::plainNative(b) != nullptr)
+        return detail::compareASCIIFolded(*na, *nb) == 0;
+    return detail::compareFoldedTexts(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0;
 }
 
 } // namespace
