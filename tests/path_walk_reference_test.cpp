@@ -226,11 +226,18 @@ TEST(PathWalkReference, FileNamesCarryTheirOwnBytes)
             text += "/";
         Path const p(text);
         std::string const native = p.nativeString();
-        std::vector<std::string> const elements = referenceWalk(native);
-        ASSERT_FALSE(elements.empty()) << text;
+        // The file name by its rules, on the bytes: "/" for "/", "." after a
+        // trailing separator, else what follows the last separator.
+        std::string expected;
+        if (native == "/")
+            expected = "/";
+        else if (!native.empty() && native.back() == '/')
+            expected = ".";
+        else
+            expected = native.substr(native.rfind('/') + 1);
         SCOPED_TRACE(text);
-        EXPECT_EQ(p.filename().nativeString(), elements.back());
-        EXPECT_EQ(p.filename().string(), Path(elements.back()).string());
+        EXPECT_EQ(p.filename().nativeString(), expected);
+        EXPECT_EQ(p.filename().string(), Path(expected).string());
     }
     // The whole text, a lone separator, a trailing separator.
     EXPECT_EQ(Path(std::string("r\xC3\xA9sum\xC3\xA9")).filename().nativeString(), "r\xC3\xA9sum\xC3\xA9");

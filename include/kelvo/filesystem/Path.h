@@ -94,13 +94,7 @@ public:
     Path(std::string const& utf8);
     /// The same for NUL-terminated bytes; a null pointer gives an empty path.
     Path(char const* utf8);
-    ~Path()
-    {
-        // An empty or moved-from path (every element of a walk leaves one
-        // behind) holds nothing to give back.
-        if (text != nullptr || native.load(std::memory_order_relaxed) != nullptr)
-            release();
-    }
+    ~Path();
 
     /// Copies the text and the native form of `other`.
     Path& operator=(Path const& other);

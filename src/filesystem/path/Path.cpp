@@ -315,6 +315,14 @@ Path::Path(char const* utf8)
     text = owned.release();
 }
 
+Path::~Path()
+{
+    // An empty or moved-from path (every element of a walk leaves one
+    // behind) holds nothing to give back.
+    if (text != nullptr || native.load(std::memory_order_relaxed) != nullptr)
+        release();
+}
+
 void Path::release() noexcept
 {
     detail::releaseTextAndNative(text, PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));

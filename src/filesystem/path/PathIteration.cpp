@@ -192,6 +192,10 @@ Token PathIteratorExtractorFunc::operator()(Iterator first, Iterator last)
     return Token{PathNativeAccess::fromPiece(kDotText, 1), last, false};
 }
 
+// The function wrapper of the iterator keeps a functor of this size in place;
+// a larger one would cost an allocation for every iterator made or copied.
+static_assert(sizeof(PathIteratorExtractorFunc) <= 2 * sizeof(void*), "the element functor fits the wrapper");
+
 Path::iterator Path::begin() const
 {
     String const& s = string();
