@@ -44,15 +44,23 @@ TARGETS = [
     (r"fs/(status|exists)/", "raw", 1.1, False),
     (r"glob/match/star_tmp$", "raw", 2.0, False),
     (r"save/flushed/\w+_disk$", "raw", 1.05, False),
+    # Paths by length and element count ("ascii112e20": 112 bytes, 20 elements).
+    (r"path/walk/\w+e\d+$", "raw", 4.0, False),
+    (r"path/construct/ascii40e8$", "std", 0.5, False),
+    (r"path/construct/ascii400e68$", "std", 0.3, False),
+    (r"path/construct/accented\d+e\d+$", "std", 1.0, False),
+    (r"path/filename/\w+e\d+$", "std", 1.5, False),
+    (r"path/equal_case/\w+e\d+$", "std", 1.5, False),
 ]
 
 UNIT_TO_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 # Display order; anything else follows in name order.
 OPERATIONS = ["construct", "construct_native", "copy", "equal", "equal_case", "equal_case_last", "less", "parent_path",
-              "filename", "extension", "stem", "join", "native_first", "native_cached", "iterate",
+              "filename", "extension", "stem", "join", "native_first", "native_cached", "iterate", "walk",
               "list", "status", "exists"]
-CASES = ["ascii40", "ascii400", "accented", "accented50", "accented130", "accented430", "8elements", "1000", "10000", "100000", "file"]
+CASES = ["ascii40", "ascii400", "accented", "accented50", "accented130", "accented430",
+         "ascii40e8", "ascii112e20", "ascii400e68", "accented52e6", "accented127e12", "accented427e36", "8elements", "1000", "10000", "100000", "file"]
 
 
 def orderKey(case):

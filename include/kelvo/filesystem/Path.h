@@ -31,10 +31,17 @@ struct KELVO_FILESYSTEM_API PathIteratorExtractorFunc {
     /// 0: a root name may come; 1: a root directory may come; 2: ordinary
     /// elements; 3: the trailing "." has been produced.
     std::uint32_t state = 0;
+    /// Where the walk stands in the native form of `path`: the byte offset
+    /// that matches the position the last call returned as `next`, so that
+    /// each element's piece of the native form is found from there rather
+    /// than from the start (a walk costs time in proportion to the length of
+    /// the path). A cursor that does not fit the position it is called with
+    /// is found again from the text.
+    std::uint32_t nativeCursor = 0;
     /// The path whose text is walked, set by `Path::begin()`: each element
     /// then gets the matching piece of that path's native form. Null for a
     /// text that belongs to no path; elements then get the native form of
-    /// their own text. (Two members only, so that the iterator's function
+    /// their own text. (Sixteen bytes in all, so that the iterator's function
     /// wrapper holds the functor without an allocation.)
     Path const* path = nullptr;
 
@@ -110,7 +117,7 @@ public:
     /// @returns the number of code points of the text.
     unsigned long size() const noexcept;
     /// @returns true when the text is empty.
-    bool empty() const noexcept;
+    bool empty() const noexcept { return text == nullptr || text->empty(); }
     /// Does nothing: the native form is part of the value and is kept (a path
     /// made from bytes could not recompute it from its text, and a path
     /// shared between threads must not lose it under another reader).
@@ -176,6 +183,7 @@ private:
     friend Path operator+(Path const&, Path const&);
     friend Path operator+(Path&&, Path const&);
 
+    void release() noexcept;
     String& mutableText();
     std::string const& nativeReference() const;
     std::string const& makeNative() const;

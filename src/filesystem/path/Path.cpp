@@ -106,6 +106,17 @@ std::string* keptBytes(char const* data, std::size_t size, bool ascii)
     return ascii ? PathNativeAccess::markedPlain(bytes) : bytes;
 }
 
+// Whether the `size` bytes at `data` are all ASCII; for the short pieces of
+// a path, where an early exit pays.
+inline bool asciiBytes(char const* data, std::size_t size) noexcept
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        if (static_cast<unsigned char>(data[i]) >= 0x80)
+            return false;
+    }
+    return true;
+}
+
 // @returns a copy of `native` from the store, or null for null.
 OwnedNative copyOf(std::string const* native)
 {
@@ -198,23 +209,43 @@ std::size_t nativeOffset(String const& text, std::string const& native, std::siz
 
 } // namespace detail
 
+Path PathNativeAccess::piece(char32_t const* first, std::size_t size, char const* nativeFirst, std::size_t nativeSize)
+{
+    if (size == 0)
+        return Path();
+    // ASCII bytes as many as the code points are the text itself: the native
+    // form is then made from the text, at next to no cost, if it is asked for.
+    if (nativeSize == size && asciiBytes(nativeFirst, nativeSize))
+        return fromPiece(first, size);
+    String* takenText = nullptr;
+    std::string* takenNative = nullptr;
+    OwnedText owned;
+    OwnedNative piece;
+    if (detail::takeTextAndNative(takenText, takenNative)) {
+        owned.reset(takenText);
+        piece.reset(takenNative);
+    } else {
+        owned = newText();
+        piece = newNative();
+    }
+    owned->append(first, size); // taken texts are empty
+    piece->append(nativeFirst, nativeSize);
+    return adopt(std::move(owned), std::move(piece));
+}
+
 Path PathNativeAccess::fromPiece(Path const& source, char32_t const* first, std::size_t size)
 {
     if (size == 0)
         return Path();
     String const& s = text(source);
     std::string const* const sourceNative = nativeToCarry(source);
-    OwnedText owned = newText();
-    owned->append(first, size);
     if (sourceNative == nullptr || first < s.data() || first + size > s.data() + s.size())
-        return adopt(std::move(owned));
+        return fromPiece(first, size);
     std::size_t const offset = static_cast<std::size_t>(first - s.data());
     std::size_t const begin = detail::nativeOffset(s, *sourceNative, offset);
     std::size_t const end = offset + size == s.size() ? sourceNative->size()
                                                       : detail::nativeOffset(s, *sourceNative, offset + size);
-    OwnedNative piece = newNative();
-    piece->assign(sourceNative->data() + begin, end > begin ? end - begin : 0);
-    return adopt(std::move(owned), std::move(piece));
+    return piece(first, size, sourceNative->data() + begin, end > begin ? end - begin : 0);
 }
 
 namespace {
@@ -374,8 +405,15 @@ Path::Path(char const* utf8)
 
 Path::~Path()
 {
-    detail::releaseText(text);
-    detail::releaseNative(PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));
+    // An empty or moved-from path (every element of a walk leaves one
+    // behind) holds nothing to give back.
+    if (text != nullptr || native.load(std::memory_order_relaxed) != nullptr)
+        release();
+}
+
+void Path::release() noexcept
+{
+    detail::releaseTextAndNative(text, PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));
 }
 
 std::string* Path::takeNative() noexcept
@@ -408,8 +446,10 @@ Path& Path::operator=(Path const& other)
 Path& Path::operator=(Path&& other) noexcept
 {
     if (this != &other) {
-        detail::releaseText(text);
-        setNative(other.takeNative());
+        // Both of this path's strings go back to the store with one look at
+        // it (an element replacing the previous one in a walk does this).
+        detail::releaseTextAndNative(text, PathNativeAccess::unmarked(native.load(std::memory_order_relaxed)));
+        native.store(other.takeNative(), std::memory_order_relaxed);
         text = other.text;
         other.text = nullptr;
     }
@@ -463,8 +503,6 @@ std::string Path::nativeString() const { return nativeReference(); }
 unsigned long Path::length() const noexcept { return text ? text->size() : 0; }
 
 unsigned long Path::size() const noexcept { return length(); }
-
-bool Path::empty() const noexcept { return text == nullptr || text->empty(); }
 
 void Path::clearCache() const noexcept {}
 
@@ -526,6 +564,12 @@ bool mayComposeAcross(Path const& rhs) noexcept
     return !r.empty() && r.front() >= 0x300;
 }
 
+// Two path texts are each decomposed and hold no backslash. Joined, they stay
+// so unless the right one starts with a combining mark, which may have to be
+// reordered with those that end the left one: every code point below U+0300
+// is a starter, which no reordering crosses. The same test as above.
+bool mayNeedNormalising(Path const& rhs) noexcept { return mayComposeAcross(rhs); }
+
 } // namespace
 
 Path& Path::operator+=(Path const& rhs)
@@ -541,7 +585,8 @@ Path& Path::operator+=(Path const& rhs)
     String::size_type const previousSize = s.size();
     s.append(rhs.string());
     try {
-        detail::fixStuff(s);
+        if (mayNeedNormalising(rhs))
+            detail::fixStuff(s);
     } catch (...) {
         // Normalising failed (out of memory): take the appended text back, so
         // the path keeps a normalised text and its own native form.
@@ -589,7 +634,8 @@ Path operator+(Path const& a, Path const& b)
     joined->reserve(a.size() + b.size());
     joined->append(a.string());
     joined->append(b.string());
-    detail::fixStuff(*joined);
+    if (mayNeedNormalising(b))
+        detail::fixStuff(*joined);
     OwnedNative joinedNative;
     if (PathNativeAccess::nativeToCarry(a) != nullptr || PathNativeAccess::nativeToCarry(b) != nullptr
         || mayComposeAcross(b)) {

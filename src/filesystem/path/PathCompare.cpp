@@ -26,48 +26,98 @@ inline char32_t lowerASCII(char32_t c) noexcept
     return (c - U'A' < 26u) ? c + (U'a' - U'A') : c;
 }
 
-// Where the exact walk has to start: the first group of code points that
-// differ beyond ASCII letter case, or about the end of the shorter text. A
-// group whose code points agree once ASCII letters are lowered holds no
-// difference in the tolerant sense, so it needs no closer look.
+// Whether two different code points are the same ASCII letter in two cases:
+// the common difference of a tolerant comparison, settled without folding.
+inline bool sameLetter(char32_t x, char32_t y) noexcept
+{
+    return (x ^ y) == 0x20u && ((x | 0x20u) - U'a') < 26u;
+}
+
+// Where the exact walk has to start: the first group of code points (or
+// bytes) that differ beyond ASCII letter case, or the end of the shorter text
+// when none does. A group whose elements agree once ASCII letters are lowered
+// holds no difference in the tolerant sense, so it needs no closer look.
 using SkipEqualBlocks = std::size_t (*)(char32_t const*, char32_t const*, std::size_t) noexcept;
+using SkipEqualByteBlocks = std::size_t (*)(unsigned char const*, unsigned char const*, std::size_t) noexcept;
 
 #if defined(__GNUC__)
-// Eight code points a vector, two vectors a step, in the compiler's generic
-// vectors. The body is written once and inlined into each version, so every
-// version is compiled for its own instruction set.
+// Eight code points (or thirty-two bytes) a vector, in the compiler's generic
+// vectors. The bodies are written once and inlined into each version, so
+// every version is compiled for its own instruction set.
 using Lanes = std::uint32_t __attribute__((vector_size(32)));
+using ByteLanes = unsigned char __attribute__((vector_size(32)));
 
-__attribute__((always_inline)) inline std::size_t skipEqualBlocksBody(
-    char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+// The lanes where `a` and `b` differ beyond ASCII letter case, into `out`:
+// zero in every other lane. Two elements agree when they are equal, or when
+// they differ in the case bit alone and `a` with that bit set is a lower-case
+// letter. (Vectors pass by reference: by value they would change the calling
+// convention between the versions.)
+template <typename V, typename Unit>
+__attribute__((always_inline)) inline void differences(V& out, Unit const* pa, Unit const* pb, V const& caseBit,
+                                                       V const& lowerA, V const& lastLetter) noexcept
 {
+    V a, b;
+    std::memcpy(&a, pa, sizeof a);
+    std::memcpy(&b, pb, sizeof b);
+    V const x = a ^ b;
+    V const v = (a | caseBit) - lowerA;
+    // A comparison gives all ones in each lane where it holds.
+    V const letter = reinterpret_cast<V>(v <= lastLetter);
+    out = x & ~(letter & caseBit);
+}
+
+template <typename V>
+__attribute__((always_inline)) inline bool anyLane(V const& v) noexcept
+{
+    std::uint64_t words[4];
+    static_assert(sizeof words == sizeof v, "four words a vector");
+    std::memcpy(words, &v, sizeof words);
+    return ((words[0] | words[1]) | (words[2] | words[3])) != 0;
+}
+
+template <typename V, typename Unit>
+__attribute__((always_inline)) inline std::size_t skipBody(Unit const* pa, Unit const* pb, std::size_t common) noexcept
+{
+    constexpr std::size_t kLanes = sizeof(V) / sizeof(Unit);
     // Constants as whole vectors: a scalar of a character type mixed into
     // vector arithmetic is not accepted by every compiler.
-    Lanes const upperA = {0x41u, 0x41u, 0x41u, 0x41u, 0x41u, 0x41u, 0x41u, 0x41u};
-    Lanes const letters = {26u, 26u, 26u, 26u, 26u, 26u, 26u, 26u};
-    Lanes const caseBit = {0x20u, 0x20u, 0x20u, 0x20u, 0x20u, 0x20u, 0x20u, 0x20u};
+    V caseBit, lowerA, lastLetter;
+    for (std::size_t k = 0; k < kLanes; ++k) {
+        caseBit[k] = 0x20;
+        lowerA[k] = 'a';
+        lastLetter[k] = 'z' - 'a';
+    }
     std::size_t i = 0;
-    for (; i + 16 <= common; i += 16) {
-        Lanes a0, a1, b0, b1;
-        std::memcpy(&a0, pa + i, sizeof a0);
-        std::memcpy(&a1, pa + i + 8, sizeof a1);
-        std::memcpy(&b0, pb + i, sizeof b0);
-        std::memcpy(&b1, pb + i + 8, sizeof b1);
-        // A comparison gives all ones in each lane where it holds.
-        a0 |= reinterpret_cast<Lanes>((a0 - upperA) < letters) & caseBit;
-        a1 |= reinterpret_cast<Lanes>((a1 - upperA) < letters) & caseBit;
-        b0 |= reinterpret_cast<Lanes>((b0 - upperA) < letters) & caseBit;
-        b1 |= reinterpret_cast<Lanes>((b1 - upperA) < letters) & caseBit;
-        Lanes const d = (a0 ^ b0) | (a1 ^ b1);
-        std::uint64_t words[4];
-        std::memcpy(words, &d, sizeof words);
-        if ((words[0] | words[1] | words[2] | words[3]) != 0)
-            break;
+    V d0, d1, d2, d3;
+    for (; i + 4 * kLanes <= common; i += 4 * kLanes) {
+        differences(d0, pa + i, pb + i, caseBit, lowerA, lastLetter);
+        differences(d1, pa + i + kLanes, pb + i + kLanes, caseBit, lowerA, lastLetter);
+        differences(d2, pa + i + 2 * kLanes, pb + i + 2 * kLanes, caseBit, lowerA, lastLetter);
+        differences(d3, pa + i + 3 * kLanes, pb + i + 3 * kLanes, caseBit, lowerA, lastLetter);
+        d0 |= d1;
+        d2 |= d3;
+        d0 |= d2;
+        if (anyLane(d0))
+            return i;
+    }
+    // The rest, group by group, the last one ending with the shorter text
+    // and overlapping what was already found alike.
+    if (i < common && common >= kLanes) {
+        for (;;) {
+            std::size_t const at = i + kLanes <= common ? i : common - kLanes;
+            differences(d0, pa + at, pb + at, caseBit, lowerA, lastLetter);
+            if (anyLane(d0))
+                return i;
+            if (at + kLanes == common)
+                return common;
+            i += kLanes;
+        }
     }
     return i;
 }
 #else
-std::size_t skipEqualBlocksBody(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
+template <typename Unit>
+std::size_t skipBody(Unit const* pa, Unit const* pb, std::size_t common) noexcept
 {
     constexpr std::size_t kBlock = 8;
     std::size_t i = 0;
@@ -84,7 +134,20 @@ std::size_t skipEqualBlocksBody(char32_t const* pa, char32_t const* pb, std::siz
 
 std::size_t skipEqualBlocksPortable(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
 {
-    return skipEqualBlocksBody(pa, pb, common);
+#if defined(__GNUC__)
+    return skipBody<Lanes>(pa, pb, common);
+#else
+    return skipBody(pa, pb, common);
+#endif
+}
+
+std::size_t skipEqualByteBlocksPortable(unsigned char const* pa, unsigned char const* pb, std::size_t common) noexcept
+{
+#if defined(__GNUC__)
+    return skipBody<ByteLanes>(pa, pb, common);
+#else
+    return skipBody(pa, pb, common);
+#endif
 }
 
 #if defined(KELVO_HAS_AVX2_DISPATCH)
@@ -95,22 +158,41 @@ std::size_t skipEqualBlocksPortable(char32_t const* pa, char32_t const* pb, std:
 __attribute__((target("avx2"))) std::size_t skipEqualBlocksAvx2(
     char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
 {
-    return skipEqualBlocksBody(pa, pb, common);
+    return skipBody<Lanes>(pa, pb, common);
+}
+
+__attribute__((target("avx2"))) std::size_t skipEqualByteBlocksAvx2(
+    unsigned char const* pa, unsigned char const* pb, std::size_t common) noexcept
+{
+    return skipBody<ByteLanes>(pa, pb, common);
 }
 
 std::size_t chooseSkipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept;
+std::size_t chooseSkipEqualByteBlocks(unsigned char const* pa, unsigned char const* pb, std::size_t common) noexcept;
 
-// Constant-initialised, so that it is ready before any static initialiser
+// Constant-initialised, so that they are ready before any static initialiser
 // compares paths. Threads racing on the first comparison all store the same
 // choice.
 std::atomic<SkipEqualBlocks> skipEqualBlocksChosen{chooseSkipEqualBlocks};
+std::atomic<SkipEqualByteBlocks> skipEqualByteBlocksChosen{chooseSkipEqualByteBlocks};
+
+bool hasAvx2() noexcept
+{
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2");
+}
 
 std::size_t chooseSkipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
 {
-    __builtin_cpu_init();
-    SkipEqualBlocks const chosen
-        = __builtin_cpu_supports("avx2") ? skipEqualBlocksAvx2 : skipEqualBlocksPortable;
+    SkipEqualBlocks const chosen = hasAvx2() ? skipEqualBlocksAvx2 : skipEqualBlocksPortable;
     skipEqualBlocksChosen.store(chosen, std::memory_order_relaxed);
+    return chosen(pa, pb, common);
+}
+
+std::size_t chooseSkipEqualByteBlocks(unsigned char const* pa, unsigned char const* pb, std::size_t common) noexcept
+{
+    SkipEqualByteBlocks const chosen = hasAvx2() ? skipEqualByteBlocksAvx2 : skipEqualByteBlocksPortable;
+    skipEqualByteBlocksChosen.store(chosen, std::memory_order_relaxed);
     return chosen(pa, pb, common);
 }
 
@@ -118,29 +200,35 @@ inline std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::
 {
     return skipEqualBlocksChosen.load(std::memory_order_relaxed)(pa, pb, common);
 }
+
+inline std::size_t skipEqualBlocks(unsigned char const* pa, unsigned char const* pb, std::size_t common) noexcept
+{
+    return skipEqualByteBlocksChosen.load(std::memory_order_relaxed)(pa, pb, common);
+}
 #else
 inline std::size_t skipEqualBlocks(char32_t const* pa, char32_t const* pb, std::size_t common) noexcept
 {
     return skipEqualBlocksPortable(pa, pb, common);
 }
+
+inline std::size_t skipEqualBlocks(unsigned char const* pa, unsigned char const* pb, std::size_t common) noexcept
+{
+    return skipEqualByteBlocksPortable(pa, pb, common);
+}
 #endif
 
-} // namespace
-
-int compareDecomposed(String const& a, String const& b) noexcept
+// The tolerant comparison from the first group that may differ on. `Unit` is
+// char32_t for texts, or unsigned char for the bytes of ASCII native forms,
+// which are their texts one byte a code point.
+template <typename Unit>
+int compareFolded(Unit const* pa, std::size_t la, Unit const* pb, std::size_t lb) noexcept
 {
-    std::size_t const la = a.size();
-    std::size_t const lb = b.size();
-    char32_t const* const pa = a.data();
-    char32_t const* const pb = b.data();
-    if (la == lb && (pa == pb || std::memcmp(pa, pb, la * sizeof(char32_t)) == 0))
-        return 0;
     std::size_t const n = la > lb ? la : lb;
     for (std::size_t i = skipEqualBlocks(pa, pb, la < lb ? la : lb); i < n; ++i) {
         // Past its end a text reads U+0000.
         char32_t const x = i < la ? pa[i] : 0;
         char32_t const y = i < lb ? pb[i] : 0;
-        if (x == y)
+        if (x == y || sameLetter(x, y))
             continue;
         char32_t fx, fy;
         if ((x | y) > 0x7F) {
@@ -160,6 +248,41 @@ int compareDecomposed(String const& a, String const& b) noexcept
     if (la == lb)
         return 0;
     return la < lb ? -1 : 1;
+}
+
+} // namespace
+
+int compareDecomposed(String const& a, String const& b) noexcept
+{
+    std::size_t const la = a.size();
+    std::size_t const lb = b.size();
+    char32_t const* const pa = a.data();
+    char32_t const* const pb = b.data();
+    if (la == lb && (pa == pb || std::memcmp(pa, pb, la * sizeof(char32_t)) == 0))
+        return 0;
+    return compareFolded(pa, la, pb, lb);
+}
+
+int compareFoldedTexts(String const& a, String const& b) noexcept
+{
+    return compareFolded(a.data(), a.size(), b.data(), b.size());
+}
+
+int compareASCIIFolded(std::string const& a, std::string const& b) noexcept
+{
+    return compareFolded(reinterpret_cast<unsigned char const*>(a.data()), a.size(),
+                         reinterpret_cast<unsigned char const*>(b.data()), b.size());
+}
+
+int compareASCII(std::string const& a, std::string const& b) noexcept
+{
+    std::size_t const la = a.size();
+    std::size_t const lb = b.size();
+    auto const* const pa = reinterpret_cast<unsigned char const*>(a.data());
+    auto const* const pb = reinterpret_cast<unsigned char const*>(b.data());
+    if (la == lb && std::memcmp(pa, pb, la) == 0)
+        return 0;
+    return compareFolded(pa, la, pb, lb);
 }
 
 } // namespace detail
@@ -186,26 +309,44 @@ String decode(char const* utf8) { return utf8 ? String(std::string(utf8)) : Stri
 // Two paths whose native forms are the same bytes have texts decoded and
 // normalised from those bytes, or composed to them, so they are equal with no
 // look at the texts.
-inline bool sameNative(Path const& a, Path const& b) noexcept
+inline bool sameBytes(std::string const* na, std::string const* nb) noexcept
 {
-    std::string const* const na = PathNativeAccess::nativeIfMade(a);
-    std::string const* const nb = PathNativeAccess::nativeIfMade(b);
-    if (na == nullptr || nb == nullptr)
-        return false;
     std::size_t const size = na->size();
     return size == nb->size() && std::memcmp(na->data(), nb->data(), size) == 0;
 }
 
+// The tolerant comparison of two paths. Native forms marked plain are their
+// texts, all ASCII, one byte a code point: two of them are compared in their
+// bytes, a quarter of the texts' size, with the same result.
+inline int comparePaths(Path const& a, Path const& b) noexcept
+{
+    std::string const* const pa = PathNativeAccess::plainNative(a);
+    std::string const* const pb = PathNativeAccess::plainNative(b);
+    if (pa != nullptr && pb != nullptr)
+        return detail::compareASCII(*pa, *pb);
+    return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b));
+}
+
+// Equality: the same bytes first, then the bytes of two plain native forms,
+// or else the texts (with no second look for identical texts when the bytes
+// were there and differed).
+inline bool equalPaths(Path const& a, Path const& b) noexcept
+{
+    std::string const* const na = PathNativeAccess::nativeIfMade(a);
+    std::string const* const nb = PathNativeAccess::nativeIfMade(b);
+    if (na == nullptr || nb == nullptr)
+        return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0;
+    if (sameBytes(na, nb))
+        return true;
+    if (PathNativeAccess::plainNative(a) != nullptr && PathNativeAccess::plainNative(b) != nullptr)
+        return detail::compareASCIIFolded(*na, *nb) == 0;
+    return detail::compareFoldedTexts(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0;
+}
+
 } // namespace
 
-bool operator==(Path const& a, Path const& b)
-{
-    return sameNative(a, b) || detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) == 0;
-}
-bool operator!=(Path const& a, Path const& b)
-{
-    return !sameNative(a, b) && detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) != 0;
-}
+bool operator==(Path const& a, Path const& b) { return equalPaths(a, b); }
+bool operator!=(Path const& a, Path const& b) { return !equalPaths(a, b); }
 
 bool operator==(Path const& a, String const& b) { return equalsNormalised(a, b); }
 bool operator==(String const& a, Path const& b) { return equalsNormalised(b, a); }
@@ -221,10 +362,10 @@ bool operator!=(char const* a, Path const& b) { return kelvo_private::filesystem
 bool operator!=(Path const& a, std::string const& b) { return compareWithText(a, String(b)) != 0; }
 bool operator!=(std::string const& a, Path const& b) { return kelvo_private::filesystem::compare(String(a), b.string()) != 0; }
 
-bool operator<(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) < 0; }
-bool operator<=(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) <= 0; }
-bool operator>(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) > 0; }
-bool operator>=(Path const& a, Path const& b) { return detail::compareDecomposed(PathNativeAccess::text(a), PathNativeAccess::text(b)) >= 0; }
+bool operator<(Path const& a, Path const& b) { return comparePaths(a, b) < 0; }
+bool operator<=(Path const& a, Path const& b) { return comparePaths(a, b) <= 0; }
+bool operator>(Path const& a, Path const& b) { return comparePaths(a, b) > 0; }
+bool operator>=(Path const& a, Path const& b) { return comparePaths(a, b) >= 0; }
 
 } // namespace kelvo::filesystem
 

@@ -29,16 +29,19 @@ std::size_t parentLength(String const& s) noexcept { return detail::parentLength
 
 Piece getFilename(String const& s) noexcept
 {
-    if (s.empty())
-        return {s.data(), 0};
-    if (s.size() == 1 && s[0] == kSeparator)
-        return {s.data(), 1};
-    if (s.back() == kSeparator)
+    std::size_t const n = s.size();
+    char32_t const* const t = s.data();
+    if (n == 0)
+        return {t, 0};
+    if (n == 1 && t[0] == kSeparator)
+        return {t, 1};
+    if (t[n - 1] == kSeparator)
         return {kDotText, 1};
-    String::size_type const p = s.find_last_of(kSeparator);
-    if (p != String::npos)
-        return {s.data() + p + 1, s.size() - p - 1};
-    return {s.data(), s.size()};
+    // What follows the last separator, or the whole text.
+    std::size_t p = n - 1;
+    while (p > 0 && t[p - 1] != kSeparator)
+        --p;
+    return {t + p, n - p};
 }
 
 std::size_t rootNameLength(String const& s) noexcept
@@ -98,7 +101,24 @@ Path Path::parentPath() const
     return pathOf(*this, {s.data(), parentLength(s)});
 }
 
-Path Path::filename() const { return pathOf(*this, getFilename(PathNativeAccess::text(*this))); }
+Path Path::filename() const
+{
+    String const& s = PathNativeAccess::text(*this);
+    Piece const f = getFilename(s);
+    std::string const* const native = PathNativeAccess::nativeToCarry(*this);
+    if (native == nullptr || f.size == 0 || f.first == kDotText)
+        return PathNativeAccess::fromPiece(f.first, f.size);
+    // The file name is the whole text, or what follows its last separator;
+    // its native piece is the whole native form, or what follows the last
+    // separator there (separators are in step and one byte each).
+    if (f.first == s.data())
+        return PathNativeAccess::piece(f.first, f.size, native->data(), native->size());
+    char const* const bytes = native->data();
+    std::size_t from = native->size();
+    while (from > 0 && bytes[from - 1] != '/')
+        --from;
+    return PathNativeAccess::piece(f.first, f.size, bytes + from, native->size() - from);
+}
 
 Path Path::stem() const
 {

@@ -60,6 +60,12 @@ struct PathNativeAccess {
         owned->append(first, size); // acquired texts are empty
         return adopt(std::move(owned));
     }
+    /// @returns a path holding a copy of the `size` code points at `first`,
+    /// which must form a normalised text, and a copy of the `nativeSize`
+    /// bytes at `nativeFirst`, which must be the matching piece of a native
+    /// form (cut at the start or end, at a separator or dot, or just after
+    /// one). An empty text gives an empty path.
+    static Path piece(char32_t const* first, std::size_t size, char const* nativeFirst, std::size_t nativeSize);
     /// @returns a path holding a copy of the `size` code points at `first`
     /// and, when they lie in the text of `source` and start and end at its
     /// start or end, at a separator or dot, or just after one, the matching
@@ -97,6 +103,13 @@ struct PathNativeAccess {
     static std::string const* nativeIfMade(Path const& path) noexcept
     {
         return unmarked(path.native.load(std::memory_order_acquire));
+    }
+    /// @returns the native form of `path` when it is marked plain (its text
+    /// itself, all ASCII), else null.
+    static std::string const* plainNative(Path const& path) noexcept
+    {
+        std::string* const held = path.native.load(std::memory_order_acquire);
+        return isPlain(held) ? unmarked(held) : nullptr;
     }
     /// @returns the native form of `path` when paths derived from it must
     /// carry pieces of it; null when theirs can be made from their own texts

@@ -51,6 +51,16 @@ void fixStuff(kelvo::unicode::String& text);
 /// decomposition step.
 int compareDecomposed(kelvo::unicode::String const& a, kelvo::unicode::String const& b) noexcept;
 
+/// The same without the first test for identical texts, for callers that
+/// know the texts are unlikely to be.
+int compareFoldedTexts(kelvo::unicode::String const& a, kelvo::unicode::String const& b) noexcept;
+
+/// The same comparison for two texts given as their native forms marked
+/// plain: all ASCII, one byte a code point.
+int compareASCII(std::string const& a, std::string const& b) noexcept;
+/// The same without the first test for identical bytes.
+int compareASCIIFolded(std::string const& a, std::string const& b) noexcept;
+
 /// Separators and dots are the marks by which a text and its native form are
 /// cut in step: decomposition and composition never make, remove or move one,
 /// and the native form holds each of them as one byte, in the same order.

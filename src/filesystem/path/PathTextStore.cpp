@@ -7,46 +7,6 @@ namespace kelvo::filesystem {
 
 using kelvo::unicode::String;
 
-namespace {
-
-// Kept small, and limited to texts of ordinary path length, so that the store
-// never holds on to much memory.
-constexpr std::size_t kStoredTexts = 16;
-constexpr std::size_t kLargestStoredCapacity = 512;
-
-// One shelf of strings of one kind, taken from and put back at the top.
-template <typename Text>
-struct Shelf {
-    Text* items[kStoredTexts];
-    std::size_t count;
-
-    Text* take() { return count > 0 ? items[--count] : new Text(); }
-
-    // @returns false when the text is not kept (shelf full or text too large).
-    bool put(Text* text) noexcept
-    {
-        if (count == kStoredTexts || text->capacity() > kLargestStoredCapacity)
-            return false;
-        text->clear();
-        items[count++] = text;
-        return true;
-    }
-
-    void empty() noexcept
-    {
-        while (count > 0)
-            delete items[--count];
-    }
-};
-
-// Plain data, constant-initialised: readable at any point of the thread's
-// life, including after the keeper below has emptied it.
-struct TextStore {
-    Shelf<String> texts;
-    Shelf<std::string> natives;
-    bool closed;
-};
-
 // The thread-local model of the store. The compiler's default for a shared
 // library looks the store up through a call on every use; with TLS
 // descriptors (the build's default where the compiler offers them) that call
@@ -54,13 +14,17 @@ struct TextStore {
 // dlopen still works. KELVO_TEXT_STORE_INITIAL_EXEC asks for the
 // initial-exec model instead: no call at all, but a library loaded late by
 // dlopen then needs room in the static TLS block, which may be used up.
-#if defined(KELVO_TEXT_STORE_INITIAL_EXEC) && defined(__GNUC__) && defined(__ELF__)
-#define KELVO_STORE_TLS __attribute__((tls_model("initial-exec")))
+#if defined(KELVO_TEXT_STORE_INLINE)
+__thread detail::TextStore detail::textStore KELVO_STORE_TLS_MODEL = {};
+#define KELVO_STORE detail::textStore
 #else
-#define KELVO_STORE_TLS
+namespace {
+thread_local detail::TextStore store = {};
+} // namespace
+#define KELVO_STORE store
 #endif
 
-KELVO_STORE_TLS thread_local TextStore store = {};
+namespace {
 
 // Empties the store when the thread ends; from then on texts are freed
 // directly.
@@ -71,41 +35,61 @@ struct TextStoreKeeper {
     ~TextStoreKeeper()
     {
         detail::emptyTextStore();
-        store.closed = true;
+        KELVO_STORE.open = false;
+        KELVO_STORE.closed = true;
     }
 };
-KELVO_STORE_TLS thread_local TextStoreKeeper keeper;
+thread_local TextStoreKeeper keeper;
 
 template <typename Text>
-void putBack(Shelf<Text>& shelf, Text* text) noexcept
+Text* take(detail::TextShelf<Text>& shelf)
+{
+    return shelf.count > 0 ? shelf.items[--shelf.count] : new Text();
+}
+
+template <typename Text>
+void shelve(detail::TextShelf<Text>& shelf, Text* text) noexcept
 {
     if (text == nullptr)
         return;
+    detail::TextStore& store = KELVO_STORE;
     if (!store.closed) {
-        if (shelf.count == 0)
+        if (!store.open) {
             (void)&keeper; // makes sure the store is emptied when the thread ends
-        if (shelf.put(text))
+            store.open = true;
+        }
+        if (shelf.count < detail::kStoredTexts && text->capacity() <= detail::kLargestStoredCapacity) {
+            text->clear();
+            shelf.items[shelf.count++] = text;
             return;
+        }
     }
     delete text;
+}
+
+template <typename Text>
+void empty(detail::TextShelf<Text>& shelf) noexcept
+{
+    while (shelf.count > 0)
+        delete shelf.items[--shelf.count];
 }
 
 } // namespace
 
 namespace detail {
 
-String* acquireText() { return store.texts.take(); }
+String* acquireTextSlow() { return take(KELVO_STORE.texts); }
 
-void releaseText(String* text) noexcept { putBack(store.texts, text); }
+void releaseTextSlow(String* text) noexcept { shelve(KELVO_STORE.texts, text); }
 
-std::string* acquireNative() { return store.natives.take(); }
+std::string* acquireNativeSlow() { return take(KELVO_STORE.natives); }
 
-void releaseNative(std::string* native) noexcept { putBack(store.natives, native); }
+void releaseNativeSlow(std::string* native) noexcept { shelve(KELVO_STORE.natives, native); }
 
 void emptyTextStore() noexcept
 {
-    store.texts.empty();
-    store.natives.empty();
+    empty(KELVO_STORE.texts);
+    empty(KELVO_STORE.natives);
 }
 
 } // namespace detail
