@@ -652,6 +652,51 @@ TEST_F(RecursiveWalk, NamesKeepTheirBytesWhateverTheirCompositionOrEncoding)
     EXPECT_EQ(below.count(at("names/bad\xfe/bad\xff")), 1u);
 }
 
+TEST_F(RecursiveWalk, EveryNameLengthAndPlaceOfAnOddByteGivesThePathBuiltFromTheBytes)
+{
+    // Plain names of every length around the sizes the walk reads a step,
+    // the same with a backslash or a byte that is not ASCII at each place,
+    // and the longest names the system takes: each entry's path must be the
+    // one made from its bytes, text and native form alike.
+    std::vector<std::string> names;
+    for (std::size_t length = 1; length <= 20; ++length) {
+        names.push_back(std::string(length, 'n'));
+        for (std::size_t place = 0; place < length; ++place) {
+            std::string withBackslash(length, 'b');
+            withBackslash[place] = '\\';
+            names.push_back(withBackslash);
+            std::string withHighByte(length, 'h');
+            withHighByte[place] = '\xe9';
+            names.push_back(withHighByte);
+        }
+    }
+    names.push_back(std::string(255, 'L'));
+    names.push_back(std::string(254, 'L') + "\\");
+    names.push_back(std::string(253, 'L') + "\xc3\xa9");
+    makeDirectory("odd");
+    makeDirectory("odd/sub");
+    for (std::string const& name : names) {
+        writeFile("odd/" + name);
+        writeFile("odd/sub/" + name);
+    }
+    std::multiset<std::pair<kelvo::unicode::String, std::string>> expected;
+    expected.emplace(Path(at("odd/sub")).string(), Path(at("odd/sub")).nativeString());
+    for (std::string const& name : names) {
+        for (std::string const& directory : {at("odd"), at("odd/sub")}) {
+            Path const made(directory + "/" + name);
+            expected.emplace(made.string(), made.nativeString());
+        }
+    }
+    std::multiset<std::pair<kelvo::unicode::String, std::string>> seen;
+    for (DirectoryEntry const& entry : RecursiveDirectoryIterator(Path(at("odd"))))
+        seen.emplace(entry.getPath().string(), entry.getPath().nativeString());
+    EXPECT_EQ(seen.size(), 2 * names.size() + 1);
+    EXPECT_EQ(seen, expected);
+    // The native form of a plain name is its bytes.
+    Path const plain(at("odd/sub/nnnnnnnnn"));
+    EXPECT_EQ(seen.count({plain.string(), at("odd/sub/nnnnnnnnn")}), 1u);
+}
+
 // ---- permissions -----------------------------------------------------------------
 
 TEST_F(RecursiveWalk, AnUnreadableDirectoryIsReportedAndTheWalkGoesOnOrStops)

@@ -31,7 +31,7 @@ int openDirectory(int parent, char const* name, bool follow, ObjectIdentity& ide
 
 // ---- Listing -------------------------------------------------------------------
 
-bool Listing::read(int descriptor)
+bool Listing::read(int descriptor, bool unread)
 {
     names.clear();
     items.clear();
@@ -41,8 +41,9 @@ bool Listing::read(int descriptor)
     if (stream == nullptr)
         return false;
     // The duplicate shares the original's position, wherever an earlier
-    // listing left it.
-    posix::rewindDirectoryStream(stream);
+    // listing left it; a descriptor nothing has read is at the start.
+    if (!unread)
+        posix::rewindDirectoryStream(stream);
     posix::ListedEntry entry;
     posix::EntryRead read;
     while ((read = posix::readEntry(stream, entry)) == posix::EntryRead::entry) {

@@ -78,9 +78,11 @@ class Listing {
 public:
     /// Reads every entry of the open directory `descriptor`, which stays open
     /// and the caller's; "." and ".." are skipped. What was held before goes.
+    /// `unread` tells that nothing has read the descriptor since it was
+    /// opened, so that its position is still at the start.
     /// @returns true when the listing was read to its end; false when it could
     /// not be started or a read failed (the entries read before it are kept).
-    bool read(int descriptor);
+    bool read(int descriptor, bool unread = false);
 
     std::size_t size() const noexcept { return items.size(); }
     bool empty() const noexcept { return items.empty(); }

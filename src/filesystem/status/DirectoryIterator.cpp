@@ -205,6 +205,16 @@ struct ListedEntryAccess {
         entry.statusState.store(DirectoryEntry::kStatusesPending, std::memory_order_relaxed);
         return entry;
     }
+    /// Makes `entry` the entry of `path`, listed with the kind `listed`,
+    /// whose statuses are taken on first need.
+    static void relist(DirectoryEntry& entry, Path&& path, FileType listed) noexcept
+    {
+        entry.path = std::move(path);
+        entry.listedType = listed;
+        entry.status = FileStatus();
+        entry.symlinkStatus = FileStatus();
+        entry.statusState.store(DirectoryEntry::kStatusesPending, std::memory_order_relaxed);
+    }
     /// Makes `entry` the entry of `name` of `directory`, listed with the
     /// kind `listed`, reusing the storage of its path.
     static void relist(DirectoryEntry& entry, Path const& directory, char const* name, std::size_t length,
@@ -249,6 +259,11 @@ FileType listedFileType(posix::ObjectKind listed) noexcept
 DirectoryEntry listedEntry(Path&& path, posix::ObjectKind listed)
 {
     return ListedEntryAccess::pending(std::move(path), listedFileType(listed));
+}
+
+void relistEntry(DirectoryEntry& entry, Path&& path, posix::ObjectKind listed) noexcept
+{
+    ListedEntryAccess::relist(entry, std::move(path), listedFileType(listed));
 }
 
 void relistEntry(DirectoryEntry& entry, Path const& directory, posix::ListedEntry const& listed)

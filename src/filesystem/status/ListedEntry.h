@@ -18,6 +18,11 @@ namespace kelvo::filesystem::detail {
 /// have given.
 DirectoryEntry listedEntry(Path&& path, posix::ObjectKind listed);
 
+/// Makes `entry` the entry of `path`, listed as `listed`, as assigning it
+/// `listedEntry(std::move(path), listed)` would, without making a second
+/// entry: how a walk that builds its paths itself moves its one entry along.
+void relistEntry(DirectoryEntry& entry, Path&& path, posix::ObjectKind listed) noexcept;
+
 /// Makes `entry` the entry of the name `listed` of `directory`, as
 /// `listedEntry` of their join would, reusing the storage of its path: how
 /// a listing moves its one entry along. When it throws (out of memory),

@@ -10,6 +10,7 @@
 #include "text/Encoding.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -83,6 +84,66 @@ bool appendName(String& out, char const* name, std::size_t size, String& room)
     return ascii;
 }
 
+// @returns true when the `size` bytes at `bytes` are all ASCII and none is a
+// backslash; eight bytes a step, the last step overlapping the one before.
+bool plainASCII(unsigned char const* bytes, std::size_t size) noexcept
+{
+    constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
+    constexpr std::uint64_t kHigh = 0x8080808080808080ULL;
+    auto const flagged = [](std::uint64_t word) noexcept {
+        std::uint64_t const backslashes = word ^ (kOnes * '\\');
+        // A byte of `backslashes` is zero where `word` held a backslash, and
+        // the usual test for a zero byte is exact as to whether there is one.
+        return ((word | ((backslashes - kOnes) & ~backslashes)) & kHigh) != 0;
+    };
+    if (size < 8) {
+        for (std::size_t i = 0; i < size; ++i) {
+            if (bytes[i] >= 0x80 || bytes[i] == '\\')
+                return false;
+        }
+        return true;
+    }
+    std::uint64_t word;
+    std::size_t i = 0;
+    for (; i + 8 <= size; i += 8) {
+        std::memcpy(&word, bytes + i, 8);
+        if (flagged(word))
+            return false;
+    }
+    if (i == size)
+        return true;
+    std::memcpy(&word, bytes + size - 8, 8);
+    return !flagged(word);
+}
+
+// Appends the name at `name` to the path's text `text` and to its native
+// form `native` at once, each backslash made "/" in both as a path built
+// from the bytes has it. A short ASCII name is widened in the one pass that
+// finds it is ASCII and has no backslash; any other goes through
+// `appendName` (its native form keeps the bytes).
+// @returns true when the name is ASCII.
+bool appendListedName(String& text, std::string& native, char const* name, std::size_t size, String& room)
+{
+    std::size_t const nativeStart = native.size();
+    native.append(name, size);
+    if (size <= kShortName) {
+        char32_t wide[kShortName];
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(name);
+        if (plainASCII(bytes, size)) {
+            // No early exit: the compiler widens this many bytes a step.
+            for (std::size_t i = 0; i < size; ++i)
+                wide[i] = bytes[i];
+            text.append(wide, size);
+            return true;
+        }
+    }
+    for (std::size_t i = nativeStart; i < native.size(); ++i) {
+        if (native[i] == '\\')
+            native[i] = '/';
+    }
+    return appendName(text, name, size, room);
+}
+
 // The same after one separator.
 bool appendTextName(String& out, char const* name, std::size_t size, String& room)
 {
@@ -144,7 +205,8 @@ void TreeWalker::listCurrent(Level& level)
 {
     level.next = 0;
     level.order.clear();
-    if (!level.listing.read(stack->descriptor())) {
+    // The walk lists each directory once, right after opening it.
+    if (!level.listing.read(stack->descriptor(), true)) {
         posix::setFailurePath(stack->pathOf(nullptr));
         // What was read before the failure is left out with the rest: a
         // directory that could not be listed yields none of its contents.
@@ -245,8 +307,7 @@ Path TreeWalker::entryPath(Level const& level, std::size_t index)
         nativePrefixLength = native->size();
         builtFor = directoryVersion;
     }
-    bool const ascii = appendName(*text, name, size, decoded);
-    appendNativeName(*native, name, size);
+    bool const ascii = appendListedName(*text, *native, name, size, decoded);
     // The native form keeps the bytes of the root and of every name, whatever
     // their composition and even when they are not UTF-8. When all of it is
     // ASCII it is the text itself, and marked so: copies of the entry then
@@ -260,7 +321,7 @@ Path TreeWalker::entryPath(Level const& level, std::size_t index)
 
 void TreeWalker::yield(Level const& level, std::size_t index, posix::ObjectKind kind, std::size_t depth)
 {
-    current = listedEntry(entryPath(level, index), kind);
+    relistEntry(current, entryPath(level, index), kind);
     currentDepth = depth;
 }
 
