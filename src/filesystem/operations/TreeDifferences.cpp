@@ -7,6 +7,7 @@
 #include "filesystem/path/PathInternal.h"
 #include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/Tree.h"
+#include "filesystem/status/FileTypes.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -35,30 +36,6 @@ constexpr std::size_t kInitialTargetSize = 256;
 // No link holds more than a path can: past this the text is taken as
 // unreadable rather than grown without end.
 constexpr std::size_t kLargestTargetSize = 1u << 20;
-
-/// @returns the library's file type for an exact kind; a socket, which has
-/// none of its own, is `unknown`.
-FileType typeOf(ObjectKind kind) noexcept
-{
-    switch (kind) {
-    case ObjectKind::directory:
-        return FileType::directory;
-    case ObjectKind::symbolicLink:
-        return FileType::symbolicLink;
-    case ObjectKind::regularFile:
-        return FileType::regularFile;
-    case ObjectKind::characterDevice:
-        return FileType::characterDevice;
-    case ObjectKind::fifo:
-        return FileType::fifo;
-    case ObjectKind::blockDevice:
-        return FileType::blockDevice;
-    case ObjectKind::socket:
-    case ObjectKind::unknown:
-        break;
-    }
-    return FileType::unknown;
-}
 
 /// One name of a listing: the bytes to reach the entry by, the path that
 /// compares it, and the kind the listing reported.
@@ -350,10 +327,10 @@ void DifferenceWalk::compare(Level const& level, Pairing const& pairing)
     Path path(stack.pathOf(name.bytes.c_str()));
     if (inFirst) {
         where.first = std::move(path);
-        where.firstType = typeOf(kind);
+        where.firstType = detail::fileTypeOf(kind);
     } else {
         where.second = std::move(path);
-        where.secondType = typeOf(kind);
+        where.secondType = detail::fileTypeOf(kind);
     }
     report(inFirst ? DifferenceKind::onlyInFirst : DifferenceKind::onlyInSecond, where);
 }
@@ -374,8 +351,8 @@ void DifferenceWalk::comparePair(Name const& a, Name const& b)
         if (found.first.empty()) {
             found.first = Path(stackFirst.pathOf(a.bytes.c_str()));
             found.second = Path(stackSecond.pathOf(b.bytes.c_str()));
-            found.firstType = typeOf(seenA.kind);
-            found.secondType = typeOf(seenB.kind);
+            found.firstType = detail::fileTypeOf(seenA.kind);
+            found.secondType = detail::fileTypeOf(seenB.kind);
         }
         report(kind, found);
     };

@@ -4,6 +4,7 @@
 #include <kelvo/filesystem/Operations.h>
 
 #include "filesystem/path/PathInternal.h"
+#include "filesystem/status/FileTypes.h"
 #include "filesystem/status/ListedEntry.h"
 #include "filesystem/posix/FailureRecord.h"
 #include "filesystem/posix/System.h"
@@ -233,25 +234,7 @@ namespace {
 // The entry's own kind as the listing reported it; none when it did not say.
 FileType listedFileType(posix::ObjectKind listed) noexcept
 {
-    switch (listed) {
-    case posix::ObjectKind::directory:
-        return FileType::directory;
-    case posix::ObjectKind::symbolicLink:
-        return FileType::symbolicLink;
-    case posix::ObjectKind::regularFile:
-        return FileType::regularFile;
-    case posix::ObjectKind::characterDevice:
-        return FileType::characterDevice;
-    case posix::ObjectKind::fifo:
-        return FileType::fifo;
-    case posix::ObjectKind::blockDevice:
-        return FileType::blockDevice;
-    case posix::ObjectKind::socket:
-        return FileType::unknown;
-    case posix::ObjectKind::unknown:
-        break;
-    }
-    return FileType::none;
+    return listed == posix::ObjectKind::unknown ? FileType::none : fileTypeOf(listed);
 }
 
 } // namespace

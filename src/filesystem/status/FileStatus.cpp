@@ -3,6 +3,7 @@
 
 #include "filesystem/path/PathInternal.h"
 #include "filesystem/posix/System.h"
+#include "filesystem/status/FileTypes.h"
 
 #include <cstdint>
 
@@ -12,29 +13,6 @@ namespace {
 
 constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
 
-// The library's file type for a kind its statuses report.
-FileType typeOf(posix::ObjectKind kind) noexcept
-{
-    switch (kind) {
-    case posix::ObjectKind::directory:
-        return FileType::directory;
-    case posix::ObjectKind::symbolicLink:
-        return FileType::symbolicLink;
-    case posix::ObjectKind::regularFile:
-        return FileType::regularFile;
-    case posix::ObjectKind::characterDevice:
-        return FileType::characterDevice;
-    case posix::ObjectKind::fifo:
-        return FileType::fifo;
-    case posix::ObjectKind::blockDevice:
-        return FileType::blockDevice;
-    case posix::ObjectKind::socket:
-    case posix::ObjectKind::unknown:
-        break;
-    }
-    return FileType::unknown;
-}
-
 // The one routine behind `status` and `symbolicLinkStatus`.
 FileStatus statusSupport(Path const& path, bool useLstat)
 {
@@ -42,7 +20,7 @@ FileStatus statusSupport(Path const& path, bool useLstat)
     posix::ObjectInformation information;
     if (!posix::getFileInformation(PathNativeAccess::cString(path), !useLstat, information))
         return result;
-    result.setType(typeOf(posix::classify(information.mode, useLstat)));
+    result.setType(detail::fileTypeOf(posix::classify(information.mode, useLstat)));
     result.setPermissions(static_cast<Permissions>(posix::accessBitsOf(information.mode)));
     return result;
 }

@@ -341,15 +341,7 @@ TreeWalker::Descent TreeWalker::descend(std::size_t index, posix::ObjectKind kin
     }
     if (options.sameFileSystem && stack->identity().device != rootDevice) {
         // A mount point: yielded, not entered.
-        unsigned long const before = posix::failureCount();
-        if (!stack->leave()) {
-            if (posix::failureCount() == before)
-                posix::recordRefusal("openat", posix::Refusal::treeChanged, stack->pathOf(".."));
-            report();
-            finish();
-            return Descent::stopped;
-        }
-        return Descent::notEntered;
+        return leaveLevel() ? Descent::notEntered : Descent::stopped;
     }
     if (levels.size() == depthIn)
         levels.push_back(std::make_unique<Level>());
@@ -367,18 +359,24 @@ TreeWalker::Descent TreeWalker::descend(std::size_t index, posix::ObjectKind kin
     return done ? Descent::stopped : Descent::entered;
 }
 
-bool TreeWalker::ascend()
+bool TreeWalker::leaveLevel()
 {
     unsigned long const before = posix::failureCount();
-    if (!stack->leave()) {
-        // The directory above is no longer reached as the one the walk came
-        // from: the tree was moved under the walk, which cannot go on.
-        if (posix::failureCount() == before)
-            posix::recordRefusal("openat", posix::Refusal::treeChanged, stack->pathOf(".."));
-        report();
-        finish();
+    if (stack->leave())
+        return true;
+    // The directory above is no longer reached as the one the walk came
+    // from: the tree was moved under the walk, which cannot go on.
+    if (posix::failureCount() == before)
+        posix::recordRefusal("openat", posix::Refusal::treeChanged, stack->pathOf(".."));
+    report();
+    finish();
+    return false;
+}
+
+bool TreeWalker::ascend()
+{
+    if (!leaveLevel())
         return false;
-    }
     Level const& level = *levels[depthIn - 1];
     directoryText.resize(level.textLength);
     directoryNative.resize(level.nativeLength);

@@ -78,6 +78,7 @@ private:
 
     Descent descend(std::size_t index, posix::ObjectKind kind, bool follow);
     bool ascend();
+    bool leaveLevel(); // the stack back up one level; @returns false, the walk ended, when it cannot
     bool report(); // keeps the thread's last failure; @returns false when the walk must stop
     void listCurrent(Level& level);
     void sortListing(Level& level);
