@@ -1,33 +1,10 @@
-// Finds the files of a tree whose name is the one given, whatever its letter case and accents.
+// Finds the entries of a tree whose name is the one given, whatever its letter case, composition and accents.
 #include <kelvo/filesystem.h>
 
 #include <iostream>
+#include <vector>
 
 using namespace kelvo::filesystem;
-
-// Path texts are decomposed, so accents are separate combining marks: leave
-// them out, and == ignores letter case.
-Path withoutAccents(Path const& name)
-{
-    kelvo::unicode::String text;
-    for (char32_t c : name.string()) {
-        if (c < 0x0300 || c > 0x036F)
-            text.push_back(c);
-    }
-    return Path(text);
-}
-
-void find(Path const& directory, Path const& wanted)
-{
-    for (DirectoryEntry const& entry : DirectoryIterator(directory)) {
-        Path const& path = entry.getPath();
-        if (withoutAccents(path.filename()) == wanted)
-            std::cout << path.nativeString() << '\n';
-        if (entry.getStatus().getType() == FileType::directory
-            && entry.getSymlinkStatus().getType() != FileType::symbolicLink)
-            find(path, wanted);
-    }
-}
 
 int main(int argc, char** argv)
 {
@@ -35,6 +12,14 @@ int main(int argc, char** argv)
         std::cerr << "usage: find-name DIRECTORY NAME\n";
         return 2;
     }
-    find(Path(argv[1]), withoutAccents(Path(argv[2])));
-    return 0;
+    // "resume" finds "Résumé", "RESUME" and "résumé" typed either way.
+    FindOptions options;
+    options.ignoreAccents = true;
+    std::vector<Failure> failures;
+    for (Path const& found : findByName(Path(argv[1]), Path(argv[2]), options, &failures))
+        std::cout << found.nativeString() << '\n';
+    // Directories that could not be read are named, and the rest was searched.
+    for (Failure const& failure : failures)
+        std::cerr << failure.path.nativeString() << ": " << failure.error.message() << '\n';
+    return failures.empty() ? 0 : 1;
 }

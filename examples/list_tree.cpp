@@ -1,14 +1,10 @@
 // Lists a directory tree, sorted by name, with the size and modification time of every entry.
 #include <kelvo/filesystem.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <ctime>
 #include <iostream>
 #include <string>
-#include <vector>
 
 using namespace kelvo::filesystem;
 
@@ -22,32 +18,22 @@ std::string timeText(FileTime time)
     return text;
 }
 
-void list(Path const& directory, int depth)
-{
-    errno = 0;
-    DirectoryIterator listing(directory);
-    int const reason = errno;
-    if (!listing.canIterate()) {
-        std::cerr << directory.nativeString() << ": " << std::strerror(reason) << '\n';
-        return;
-    }
-    std::vector<DirectoryEntry> entries(listing, DirectoryIterator());
-    std::sort(entries.begin(), entries.end(), [](DirectoryEntry const& a, DirectoryEntry const& b) {
-        return PathLess()(a.getPath(), b.getPath());
-    });
-    for (DirectoryEntry const& entry : entries) {
-        Path const& path = entry.getPath();
-        bool const isLink = entry.getSymlinkStatus().getType() == FileType::symbolicLink;
-        bool const isDirectory = entry.getStatus().getType() == FileType::directory;
-        std::cout << std::string(2 * depth, ' ') << path.filename().nativeString() << (isDirectory ? "/" : "")
-                  << "  " << fileSize(path) << " bytes  " << timeText(getModificationTime(path)) << '\n';
-        if (isDirectory && !isLink)
-            list(path, depth + 1);
-    }
-}
-
 int main(int argc, char** argv)
 {
-    list(Path(argc > 1 ? argv[1] : "."), 0);
-    return 0;
+    // Each directory's entries in name order, a directory before its contents;
+    // links are listed, not followed.
+    WalkOptions options;
+    options.sortedByName = true;
+    RecursiveDirectoryIterator walk(Path(argc > 1 ? argv[1] : "."), options);
+    for (RecursiveDirectoryIterator const end; walk != end; ++walk) {
+        Path const& path = walk->getPath();
+        bool const isDirectory = walk->getListedType() == FileType::directory;
+        std::cout << std::string(2 * (walk.depth() - 1), ' ') << path.filename().nativeString()
+                  << (isDirectory ? "/" : "") << "  " << fileSize(path) << " bytes  "
+                  << timeText(getModificationTime(path)) << '\n';
+    }
+    // What could not be read is named; the rest of the tree was listed.
+    for (Failure const& failure : walk.failures())
+        std::cerr << failure.path.nativeString() << ": " << failure.error.message() << '\n';
+    return walk.failures().empty() ? 0 : 1;
 }
