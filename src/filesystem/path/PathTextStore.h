@@ -62,6 +62,16 @@ void emptyTextStore() noexcept;
 #endif
 extern __thread TextStore textStore KELVO_STORE_TLS_MODEL;
 
+/// @returns this thread's store. Its address is looked up once per use here
+/// and kept in a register: left to itself, the compiler looks it up again
+/// (a call, with TLS descriptors) after every write through it.
+inline TextStore& localStore() noexcept
+{
+    TextStore* store = &textStore;
+    __asm__("" : "+r"(store));
+    return *store;
+}
+
 template <typename Text>
 inline bool keeps(TextStore const& store, TextShelf<Text> const& shelf, Text const* text) noexcept
 {
@@ -71,7 +81,7 @@ inline bool keeps(TextStore const& store, TextShelf<Text> const& shelf, Text con
 /// @returns an empty text, recycled when one is at hand. @throws std::bad_alloc.
 inline kelvo::unicode::String* acquireText()
 {
-    TextStore& store = textStore;
+    TextStore& store = localStore();
     if (store.texts.count > 0)
         return store.texts.items[--store.texts.count];
     return acquireTextSlow();
@@ -93,14 +103,15 @@ inline void putBack(TextStore& store, TextShelf<Text>& shelf, Text* text, void (
 /// Takes back a text that no path holds any longer (null is ignored).
 inline void releaseText(kelvo::unicode::String* text) noexcept
 {
-    putBack(textStore, textStore.texts, text, releaseTextSlow);
+    TextStore& store = localStore();
+    putBack(store, store.texts, text, releaseTextSlow);
 }
 
 /// The same for the strings that hold native forms.
 /// @returns an empty string. @throws std::bad_alloc.
 inline std::string* acquireNative()
 {
-    TextStore& store = textStore;
+    TextStore& store = localStore();
     if (store.natives.count > 0)
         return store.natives.items[--store.natives.count];
     return acquireNativeSlow();
@@ -109,14 +120,15 @@ inline std::string* acquireNative()
 /// Takes back a native-form string (null is ignored).
 inline void releaseNative(std::string* native) noexcept
 {
-    putBack(textStore, textStore.natives, native, releaseNativeSlow);
+    TextStore& store = localStore();
+    putBack(store, store.natives, native, releaseNativeSlow);
 }
 
 /// Takes back a path's text and native form (either may be null) with one
 /// look at the thread's store.
 inline void releaseTextAndNative(kelvo::unicode::String* text, std::string* native) noexcept
 {
-    TextStore& store = textStore;
+    TextStore& store = localStore();
     putBack(store, store.texts, text, releaseTextSlow);
     putBack(store, store.natives, native, releaseNativeSlow);
 }
@@ -126,7 +138,7 @@ inline void releaseTextAndNative(kelvo::unicode::String* text, std::string* nati
 /// when it does not.
 inline bool takeTextAndNative(kelvo::unicode::String*& text, std::string*& native) noexcept
 {
-    TextStore& store = textStore;
+    TextStore& store = localStore();
     if (store.texts.count == 0 || store.natives.count == 0)
         return false;
     text = store.texts.items[--store.texts.count];
