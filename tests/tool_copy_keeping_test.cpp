@@ -30,20 +30,6 @@ using namespace kelvo::testing;
 
 bool contains(std::string const& text, std::string const& piece) { return text.find(piece) != std::string::npos; }
 
-/// @returns what `command` (run by the shell) writes on its standard output.
-std::string outputOf(std::string const& command)
-{
-    std::string out;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[4096];
-        std::size_t got;
-        while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
-            out.append(buffer, got);
-        ::pclose(pipe);
-    }
-    return out;
-}
-
 /// @returns one line per entry under `top`: kind, mode, owner, group,
 /// modification time to the nanosecond, link target, size for files, path.
 std::string describe(std::string const& top)

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -179,6 +180,33 @@ inline std::vector<std::string> linesOf(std::string const& text)
         lines.push_back(line);
     return lines;
 }
+
+/// What one shell command line (an oracle such as find, diff or cp) gave:
+/// its exit status (-1 when it could not be run or did not exit) and its
+/// standard output.
+struct ShellRun {
+    int exitStatus = -1;
+    std::string out;
+};
+
+/// Runs `command` with the shell and reads its standard output whole.
+inline ShellRun runShell(std::string const& command)
+{
+    ShellRun result;
+    std::FILE* const pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return result;
+    char buffer[4096];
+    for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;)
+        result.out.append(buffer, got);
+    int const status = ::pclose(pipe);
+    if (status != -1 && WIFEXITED(status))
+        result.exitStatus = WEXITSTATUS(status);
+    return result;
+}
+
+/// @returns what `command` (run by the shell) writes on its standard output.
+inline std::string outputOf(std::string const& command) { return runShell(command).out; }
 
 } // namespace kelvo::testing
 
