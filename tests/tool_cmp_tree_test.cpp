@@ -20,28 +20,7 @@ namespace {
 
 using namespace kelvo::testing;
 
-/// Fixture: a scratch "work" directory the tool runs in.
-class ToolCmpTree : public ScratchDirectory {
-protected:
-    void SetUp() override
-    {
-        ScratchDirectory::SetUp();
-        ASSERT_EQ(::mkdir(at("work").c_str(), 0777), 0);
-    }
-
-    ToolRun run(std::vector<std::string> const& arguments) { return runTool(arguments, RunSettings(at("work"))); }
-
-    std::string work(std::string const& name) const { return at("work/" + name); }
-    void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(work(name).c_str(), 0777), 0) << name; }
-    void makeFile(std::string const& name, std::string const& content)
-    {
-        ASSERT_TRUE(writeWholeFile(work(name), content)) << name;
-    }
-    void makeLink(std::string const& target, std::string const& name)
-    {
-        ASSERT_EQ(::symlink(target.c_str(), work(name).c_str()), 0) << name;
-    }
-};
+class ToolCmpTree : public ToolWorkDirectory {};
 
 /// Runs `diff -rq` (with `extra` options) on "a" and "b" in `directory`,
 /// in the C locale, its standard error left out.

@@ -2,7 +2,9 @@
 #ifndef KELVO_TESTS_SUPPORT_TOOL_RUNNER_H
 #define KELVO_TESTS_SUPPORT_TOOL_RUNNER_H
 
+#include "FileTrees.h"
 #include "ProcessProbes.h"
+#include "ScratchDirectory.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -207,6 +209,31 @@ inline ShellRun runShell(std::string const& command)
 
 /// @returns what `command` (run by the shell) writes on its standard output.
 inline std::string outputOf(std::string const& command) { return runShell(command).out; }
+
+/// Fixture: a scratch "work" directory the tool runs in, and makers of
+/// what the tool is to find there.
+class ToolWorkDirectory : public ScratchDirectory {
+protected:
+    void SetUp() override
+    {
+        ScratchDirectory::SetUp();
+        ASSERT_EQ(::mkdir(at("work").c_str(), 0777), 0);
+    }
+
+    /// Runs the tool in the scratch directory's "work" with `arguments`.
+    ToolRun run(std::vector<std::string> const& arguments) { return runTool(arguments, RunSettings(at("work"))); }
+
+    std::string work(std::string const& name) const { return at("work/" + name); }
+    void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(work(name).c_str(), 0777), 0) << name; }
+    void makeFile(std::string const& name, std::string const& content)
+    {
+        ASSERT_TRUE(writeWholeFile(work(name), content)) << name;
+    }
+    void makeLink(std::string const& target, std::string const& name)
+    {
+        ASSERT_EQ(::symlink(target.c_str(), work(name).c_str()), 0) << name;
+    }
+};
 
 } // namespace kelvo::testing
 
