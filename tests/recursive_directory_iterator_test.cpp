@@ -845,26 +845,9 @@ TEST_F(RecursiveWalk, EntriesDeletedOrAddedDuringTheWalkAreNeverYieldedTwice)
 
 /// Scratch space in /dev/shm where there is one, so that a very deep tree is
 /// made and removed in seconds.
-class DeepWalk : public ScratchDirectory {
+class DeepWalk : public MemoryScratchDirectory {
 protected:
-    void SetUp() override
-    {
-        ScratchDirectory::SetUp();
-        area = scratch;
-        char shared[] = "/dev/shm/kelvo-walk-XXXXXX";
-        if (::mkdtemp(shared) != nullptr) {
-            area = shared;
-            ownArea = true;
-        }
-    }
-    void TearDown() override
-    {
-        if (ownArea)
-            removeTree(area);
-        ScratchDirectory::TearDown();
-    }
-    std::string area;
-    bool ownArea = false;
+    DeepWalk() : MemoryScratchDirectory("kelvo-walk") {}
 };
 
 // A chain of `depth` directories "d" below `top`, a file "f" at every level
