@@ -90,19 +90,9 @@ std::string failuresText(CopyResult const& result)
     return text;
 }
 
-class Copying : public ScratchDirectory {
+class Copying : public ScratchTree {
 protected:
     Path path(std::string const& name) const { return Path(at(name)); }
-    void makeDirectory(std::string const& name, mode_t mode = 0755)
-    {
-        ASSERT_EQ(::mkdir(at(name).c_str(), 0700), 0) << name;
-        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
-    }
-    void makeFile(std::string const& name, std::string const& content, mode_t mode = 0644)
-    {
-        ASSERT_TRUE(writeWholeFile(at(name), content)) << name;
-        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
-    }
     /// A tree of `count` files of 4 KiB in two directories, named f0, f1, ...
     void makeFileTree(std::string const& top, int count)
     {

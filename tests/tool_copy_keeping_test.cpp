@@ -51,21 +51,11 @@ int temporariesUnder(std::string const& top)
     return std::atoi(found.c_str());
 }
 
-class ToolCopyKeeping : public ScratchDirectory {
+class ToolCopyKeeping : public ScratchTree {
 protected:
     ToolRun run(std::vector<std::string> const& arguments, bool unprivileged = false)
     {
         return runTool(arguments, RunSettings(scratch, {}, unprivileged));
-    }
-    void makeDirectory(std::string const& name, mode_t mode = 0755)
-    {
-        ASSERT_EQ(::mkdir(at(name).c_str(), 0700), 0) << name;
-        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
-    }
-    void makeFile(std::string const& name, std::string const& content, mode_t mode = 0644)
-    {
-        ASSERT_TRUE(writeWholeFile(at(name), content)) << name;
-        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
     }
 
     /// A tree of every kind the copy keeps, with odd modes and times.
