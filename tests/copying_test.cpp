@@ -1,6 +1,7 @@
 // Tests of copyFileWith and copyTreeWith: times to the nanosecond, modes, owners, links, overwrite policies, specials, progress, cancel, unreadable and deep trees.
 #include <kelvo/filesystem.h>
 
+#include "support/DirectoryChains.h"
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
 #include "support/ResourceProbes.h"
@@ -584,22 +585,7 @@ TEST_F(Copying, ADeepTreeIsCopiedWithFewDescriptorsOnASmallStack)
     int const depth = std::getenv("KELVO_STRESS") != nullptr ? 20000 : 3000;
     std::string const top = at("from");
     makeDirectory("from");
-    {
-        int current = ::open(top.c_str(), O_RDONLY | O_DIRECTORY);
-        ASSERT_GE(current, 0);
-        for (int i = 0; i < depth; ++i) {
-            ASSERT_EQ(::mkdirat(current, "d", 0755), 0);
-            int const next = ::openat(current, "d", O_RDONLY | O_DIRECTORY);
-            ::close(current);
-            ASSERT_GE(next, 0);
-            current = next;
-        }
-        int const file = ::openat(current, "bottom", O_WRONLY | O_CREAT, 0644);
-        ASSERT_GE(file, 0);
-        ASSERT_EQ(::write(file, "deep", 4), 4);
-        ::close(file);
-        ::close(current);
-    }
+    ASSERT_TRUE(makeDirectoryChain(top, depth, "bottom", "deep"));
     std::string const to = at("to");
     int const status = runInChild([&] {
         if (!limitDescriptors(64))
