@@ -156,6 +156,12 @@ constexpr std::size_t kEightElements = 8;
 /// The name joined to each input by the operator/ benchmarks.
 inline char const* joinedName() { return "notes.txt"; }
 
+/// @returns true for the names "." and "..", which a listing skips.
+inline bool isDotOrDotDot(char const* name) noexcept
+{
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
 /// Removes a tree with plain system calls, independent of the code measured.
 inline void removeTree(std::string const& path)
 {

@@ -1,6 +1,8 @@
 // Benchmarks of copyTreeWith keeping times and modes on 20,000 files of 4 KiB: beside a raw walk making the same system calls, the system's cp -a, and with progress reports and the counting walk.
 #include <kelvo/filesystem.h>
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -21,6 +23,8 @@
 extern char** environ;
 
 namespace {
+
+using kelvo::bench::isDotOrDotDot;
 
 namespace fs = kelvo::filesystem;
 using kelvo::filesystem::Path;
@@ -53,11 +57,6 @@ std::string const& copyBenchRoot()
         return pattern;
     }();
     return root;
-}
-
-bool isDotOrDotDot(char const* name) noexcept
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
 bool removeAt(int parent, char const* name)

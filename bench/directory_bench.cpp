@@ -19,12 +19,8 @@
 
 namespace {
 
+using kelvo::bench::isDotOrDotDot;
 using kelvo::bench::ListingDirectories;
-
-bool isDotOrDotDot(char const* name) noexcept
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
 
 // Each listing body reports how many entries it saw, so that a wrong count
 // (a listing that skipped work) fails the run instead of flattering it.

@@ -16,6 +16,8 @@
 
 namespace {
 
+using kelvo::bench::isDotOrDotDot;
+
 constexpr std::size_t kEntries = 10000;
 constexpr std::size_t kMatching = kEntries / 5;
 
@@ -36,11 +38,6 @@ std::string const& matchingDirectory()
         return path;
     }();
     return directory;
-}
-
-bool isDotOrDotDot(char const* name) noexcept
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
 void forEachMatchingKelvo(benchmark::State& state)

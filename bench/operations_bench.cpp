@@ -1,6 +1,8 @@
 // File-operation benchmarks: tree removal, tree and file copy, file and tree comparison and matching removal's walk, each beside the raw system calls doing the same work, std::filesystem and the system's own command.
 #include <kelvo/filesystem.h>
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -26,6 +28,8 @@ extern char** environ;
 
 namespace {
 
+using kelvo::bench::isDotOrDotDot;
+
 namespace fs = kelvo::filesystem;
 using kelvo::filesystem::Path;
 
@@ -35,11 +39,6 @@ constexpr int kTreeFiles = kDirectories * kFilesPerDirectory;
 constexpr std::size_t kSmallFileSize = 4096;
 constexpr std::size_t kLargeFileSize = std::size_t(256) << 20;
 constexpr std::size_t kRawBufferSize = 32768;
-
-bool isDotOrDotDot(char const* name) noexcept
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
 
 /// The directory all benchmark trees live in, made once, removed at exit.
 std::string const& benchRoot()

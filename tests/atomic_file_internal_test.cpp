@@ -8,6 +8,7 @@
 #include "support/ProcessProbes.h"
 #include "support/SaveCrashes.h"
 #include "support/ScratchDirectory.h"
+#include "support/SystemCallProbes.h"
 
 #include <cerrno>
 #include <cstring>
@@ -167,11 +168,11 @@ int fakeStat(char const* path, struct stat* information)
     return ::stat(path, information);
 }
 
-class AtomicFileFaults : public ScratchDirectory {
+class AtomicFileFaults : public FaultedSystemCalls {
 protected:
     void SetUp() override
     {
-        ScratchDirectory::SetUp();
+        FaultedSystemCalls::SetUp();
         unnamedError = directoryOpenError = exclusiveError = 0;
         exclusiveCreations = exclusiveExistsFirst = unnamedOpens = 0;
         writeFailsAfter = bytesWritten = writeLimit = 0;
@@ -187,12 +188,6 @@ protected:
         calls.fchmod = fakeFchmod;
         calls.fchown = fakeFchown;
         calls.stat = fakeStat;
-    }
-
-    void TearDown() override
-    {
-        posix::systemCalls() = posix::systemCallsOfTheSystem();
-        ScratchDirectory::TearDown();
     }
 
     /// Expects a save of `newContents` over the file "doc" holding "old" to

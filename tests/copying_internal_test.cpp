@@ -6,6 +6,7 @@
 
 #include "support/FileTrees.h"
 #include "support/ScratchDirectory.h"
+#include "support/SystemCallProbes.h"
 
 #include <gtest/gtest.h>
 
@@ -128,11 +129,11 @@ int temporariesIn(std::string const& directory)
     return count;
 }
 
-class CopyingInjected : public ScratchDirectory {
+class CopyingInjected : public FaultedSystemCalls {
 protected:
     void SetUp() override
     {
-        ScratchDirectory::SetUp();
+        FaultedSystemCalls::SetUp();
         cloneCalls = cloneError = rangeCalls = rangeError = 0;
         writeCalls = writeFailsAt = writeError = 0;
         renameCalls = renameError = linkCalls = ownerCalls = 0;
@@ -142,11 +143,6 @@ protected:
         posix::systemCalls().write = scriptedWrite;
         posix::systemCalls().renameat2 = scriptedRename;
         posix::systemCalls().linkat = countingLink;
-    }
-    void TearDown() override
-    {
-        posix::systemCalls() = posix::systemCallsOfTheSystem();
-        ScratchDirectory::TearDown();
     }
     Path path(std::string const& name) const { return Path(at(name)); }
     void makeTree(int files, std::size_t size)

@@ -1,6 +1,7 @@
 // Tests of copyFileWith and copyTreeWith: times to the nanosecond, modes, owners, links, overwrite policies, specials, progress, cancel, unreadable and deep trees.
 #include <kelvo/filesystem.h>
 
+#include "support/DirectoryChains.h"
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
 #include "support/ResourceProbes.h"
@@ -90,19 +91,9 @@ std::string failuresText(CopyResult const& result)
     return text;
 }
 
-class Copying : public ScratchDirectory {
+class Copying : public ScratchTree {
 protected:
     Path path(std::string const& name) const { return Path(at(name)); }
-    void makeDirectory(std::string const& name, mode_t mode = 0755)
-    {
-        ASSERT_EQ(::mkdir(at(name).c_str(), 0700), 0) << name;
-        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
-    }
-    void makeFile(std::string const& name, std::string const& content, mode_t mode = 0644)
-    {
-        ASSERT_TRUE(writeWholeFile(at(name), content)) << name;
-        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
-    }
     /// A tree of `count` files of 4 KiB in two directories, named f0, f1, ...
     void makeFileTree(std::string const& top, int count)
     {
@@ -594,22 +585,7 @@ TEST_F(Copying, ADeepTreeIsCopiedWithFewDescriptorsOnASmallStack)
     int const depth = std::getenv("KELVO_STRESS") != nullptr ? 20000 : 3000;
     std::string const top = at("from");
     makeDirectory("from");
-    {
-        int current = ::open(top.c_str(), O_RDONLY | O_DIRECTORY);
-        ASSERT_GE(current, 0);
-        for (int i = 0; i < depth; ++i) {
-            ASSERT_EQ(::mkdirat(current, "d", 0755), 0);
-            int const next = ::openat(current, "d", O_RDONLY | O_DIRECTORY);
-            ::close(current);
-            ASSERT_GE(next, 0);
-            current = next;
-        }
-        int const file = ::openat(current, "bottom", O_WRONLY | O_CREAT, 0644);
-        ASSERT_GE(file, 0);
-        ASSERT_EQ(::write(file, "deep", 4), 4);
-        ::close(file);
-        ::close(current);
-    }
+    ASSERT_TRUE(makeDirectoryChain(top, depth, "bottom", "deep"));
     std::string const to = at("to");
     int const status = runInChild([&] {
         if (!limitDescriptors(64))

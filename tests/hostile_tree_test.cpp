@@ -80,29 +80,15 @@ std::string readAtBottom(std::string const& top, int depth, char const* name)
 
 /// Scratch space in /dev/shm where there is one: metadata in memory, so that
 /// trees of 30,000 levels are made and removed in seconds.
-class HostileTree : public ScratchDirectory {
+class HostileTree : public MemoryScratchDirectory {
 protected:
+    HostileTree() : MemoryScratchDirectory("kelvo-hostile") {}
+
     void SetUp() override
     {
-        ScratchDirectory::SetUp();
-        area = scratch;
-        char shared[] = "/dev/shm/kelvo-hostile-XXXXXX";
-        if (::mkdtemp(shared) != nullptr) {
-            area = shared;
-            ownArea = true;
-        }
+        MemoryScratchDirectory::SetUp();
         ASSERT_EQ(::chmod(area.c_str(), 0777), 0);
     }
-
-    void TearDown() override
-    {
-        if (ownArea)
-            removeTree(area);
-        ScratchDirectory::TearDown();
-    }
-
-    std::string area;
-    bool ownArea = false;
 };
 
 // Runs every walk on the hostile chain under 64 descriptors and on a small

@@ -3,6 +3,7 @@
 #include <kelvo/filesystem/PathHash.h>
 #include <kelvo/filesystem/RecursiveDirectoryIterator.h>
 
+#include "support/DirectoryChains.h"
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
 #include "support/ResourceProbes.h"
@@ -845,61 +846,18 @@ TEST_F(RecursiveWalk, EntriesDeletedOrAddedDuringTheWalkAreNeverYieldedTwice)
 
 /// Scratch space in /dev/shm where there is one, so that a very deep tree is
 /// made and removed in seconds.
-class DeepWalk : public ScratchDirectory {
+class DeepWalk : public MemoryScratchDirectory {
 protected:
-    void SetUp() override
-    {
-        ScratchDirectory::SetUp();
-        area = scratch;
-        char shared[] = "/dev/shm/kelvo-walk-XXXXXX";
-        if (::mkdtemp(shared) != nullptr) {
-            area = shared;
-            ownArea = true;
-        }
-    }
-    void TearDown() override
-    {
-        if (ownArea)
-            removeTree(area);
-        ScratchDirectory::TearDown();
-    }
-    std::string area;
-    bool ownArea = false;
+    DeepWalk() : MemoryScratchDirectory("kelvo-walk") {}
 };
-
-// A chain of `depth` directories "d" below `top`, a file "f" at every level
-// and "bottom" at the bottom.
-bool makeDeepChain(std::string const& top, int depth)
-{
-    int descriptor = ::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0)
-        return false;
-    for (int level = 0; level < depth; ++level) {
-        int const file = ::openat(descriptor, "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-        if (file >= 0)
-            ::close(file);
-        int const next = file >= 0 && ::mkdirat(descriptor, "d", 0755) == 0
-                             ? ::openat(descriptor, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
-                             : -1;
-        ::close(descriptor);
-        if (next < 0)
-            return false;
-        descriptor = next;
-    }
-    int const file = ::openat(descriptor, "bottom", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    ::close(descriptor);
-    if (file < 0)
-        return false;
-    ::close(file);
-    return true;
-}
 
 TEST_F(DeepWalk, ThirtyThousandLevelsWithSixtyFourDescriptorsOnASmallStack)
 {
     int const depth = 30000;
     std::string const top = area + "/deep";
     ASSERT_EQ(::mkdir(top.c_str(), 0755), 0);
-    ASSERT_TRUE(makeDeepChain(top, depth));
+    // A file "f" at every level and "bottom" at the bottom.
+    ASSERT_TRUE(makeDirectoryChain(top, depth, "bottom", "", true));
     int const result = runBounded(900, [&] {
         if (!limitDescriptors(64))
             return 100;

@@ -2,11 +2,10 @@
 #include <kelvo/filesystem/Failure.h>
 #include <kelvo/filesystem/RecursiveDirectoryIterator.h>
 
-#include "filesystem/posix/SystemCalls.h"
-
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
 #include "support/ScratchDirectory.h"
+#include "support/SystemCallProbes.h"
 
 #include <gtest/gtest.h>
 
@@ -44,7 +43,6 @@ bool hideKinds = false;   // readdir reports every kind as unknown
 int dotDotOpens = 0;
 int dotDotFailsAt = 0;    // 1-based open of ".." that fails with ENOENT
 std::string dotDotElsewhere; // when set, opens of ".." open this directory instead
-int statCalls = 0;
 
 dirent* fakeReaddir(DIR* stream)
 {
@@ -73,41 +71,17 @@ int fakeOpenat(int directory, char const* name, int flags, mode_t mode)
     return ::openat(directory, name, flags, mode);
 }
 
-int countingStat(char const* path, struct stat* information)
-{
-    ++statCalls;
-    return ::stat(path, information);
-}
-
-int countingLstat(char const* path, struct stat* information)
-{
-    ++statCalls;
-    return ::lstat(path, information);
-}
-
-int countingFstatat(int directory, char const* name, struct stat* information, int flags)
-{
-    ++statCalls;
-    return ::fstatat(directory, name, information, flags);
-}
-
-class RecursiveWalkFaults : public ScratchDirectory {
+class RecursiveWalkFaults : public FaultedSystemCalls {
 protected:
     void SetUp() override
     {
-        ScratchDirectory::SetUp();
+        FaultedSystemCalls::SetUp();
         readdirCalls = 0;
         readdirFailsAt = 0;
         hideKinds = false;
         dotDotOpens = 0;
         dotDotFailsAt = 0;
         dotDotElsewhere.clear();
-        statCalls = 0;
-    }
-    void TearDown() override
-    {
-        posix::systemCalls() = posix::systemCallsOfTheSystem();
-        ScratchDirectory::TearDown();
     }
 
     void makeDirectory(std::string const& name) const { ASSERT_EQ(::mkdir(at(name).c_str(), 0755), 0) << name; }
@@ -270,7 +244,7 @@ TEST_F(RecursiveWalkFaults, AWalkOfNamesAndKindsMakesNoStatusCallPerEntry)
         ++count;
     }
     EXPECT_EQ(count, 206u);
-    EXPECT_EQ(statCalls, 0);
+    EXPECT_EQ(statusCalls, 0);
     // Following links takes one status of each link, and nothing else.
     WalkOptions follow;
     follow.followSymbolicLinks = true;
@@ -280,7 +254,7 @@ TEST_F(RecursiveWalkFaults, AWalkOfNamesAndKindsMakesNoStatusCallPerEntry)
         ++count;
     }
     EXPECT_EQ(count, 246u);
-    EXPECT_EQ(statCalls, 1);
+    EXPECT_EQ(statusCalls, 1);
 }
 
 } // namespace

@@ -20,52 +20,13 @@ namespace {
 
 using namespace kelvo::testing;
 
-/// Fixture: a scratch "work" directory the tool runs in.
-class ToolCmpTree : public ScratchDirectory {
-protected:
-    void SetUp() override
-    {
-        ScratchDirectory::SetUp();
-        ASSERT_EQ(::mkdir(at("work").c_str(), 0777), 0);
-    }
-
-    ToolRun run(std::vector<std::string> const& arguments) { return runTool(arguments, RunSettings(at("work"))); }
-
-    std::string work(std::string const& name) const { return at("work/" + name); }
-    void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(work(name).c_str(), 0777), 0) << name; }
-    void makeFile(std::string const& name, std::string const& content)
-    {
-        ASSERT_TRUE(writeWholeFile(work(name), content)) << name;
-    }
-    void makeLink(std::string const& target, std::string const& name)
-    {
-        ASSERT_EQ(::symlink(target.c_str(), work(name).c_str()), 0) << name;
-    }
-};
-
-/// What diffutils' comparison gave: its exit status (-1 when it could not be
-/// run) and its standard output.
-struct DiffRun {
-    int exitStatus = -1;
-    std::string out;
-};
+class ToolCmpTree : public ToolWorkDirectory {};
 
 /// Runs `diff -rq` (with `extra` options) on "a" and "b" in `directory`,
 /// in the C locale, its standard error left out.
-DiffRun runDiff(std::string const& directory, std::string const& extra)
+ShellRun runDiff(std::string const& directory, std::string const& extra)
 {
-    DiffRun result;
-    std::string const command = "cd '" + directory + "' && LC_ALL=C diff -rq " + extra + " a b 2>/dev/null";
-    std::FILE* const pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr)
-        return result;
-    char buffer[4096];
-    for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;)
-        result.out.append(buffer, got);
-    int const status = ::pclose(pipe);
-    if (status != -1 && WIFEXITED(status))
-        result.exitStatus = WEXITSTATUS(status);
-    return result;
+    return runShell("cd '" + directory + "' && LC_ALL=C diff -rq " + extra + " a b 2>/dev/null");
 }
 
 /// @returns true when diffutils' diff can be run here.
@@ -217,7 +178,7 @@ TEST_F(ToolCmpTree, LinesAndExitStatusAreDiffsOnGeneratedTrees)
         // Links followed, as diff follows them; then compared as links.
         for (bool followed : {true, false}) {
             SCOPED_TRACE(followed ? "links followed" : "links not followed");
-            DiffRun const expected = runDiff(top, followed ? "" : "--no-dereference");
+            ShellRun const expected = runDiff(top, followed ? "" : "--no-dereference");
             ASSERT_NE(expected.exitStatus, -1);
             ToolRun const got = runTool(followed ? std::vector<std::string>{"cmp-tree", "a", "b"}
                                                  : std::vector<std::string>{"cmp-tree", "--no-dereference", "a", "b"},
@@ -258,13 +219,9 @@ TEST_F(ToolCmpTree, TheOperandsAreSpeltInTheLinesAsGiven)
          {std::vector<std::string>{"a/", "b/"}, {"./a", "b"}, {"a//", "./b/"}, {"./a/./", ".//b"}}) {
         ToolRun const got = run({"cmp-tree", operands[0], operands[1]});
         std::string const command = "cd '" + work("") + "' && LC_ALL=C diff -rq " + operands[0] + " " + operands[1];
-        std::FILE* const pipe = ::popen(command.c_str(), "r");
-        ASSERT_NE(pipe, nullptr);
-        std::string expected;
-        char buffer[4096];
-        for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;)
-            expected.append(buffer, n);
-        ::pclose(pipe);
+        ShellRun const diff = runShell(command);
+        ASSERT_NE(diff.exitStatus, -1) << command;
+        std::string const& expected = diff.out;
         EXPECT_EQ(got.out, expected) << operands[0] << " " << operands[1];
         EXPECT_EQ(got.exitStatus, 1);
     }

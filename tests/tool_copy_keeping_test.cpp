@@ -30,20 +30,6 @@ using namespace kelvo::testing;
 
 bool contains(std::string const& text, std::string const& piece) { return text.find(piece) != std::string::npos; }
 
-/// @returns what `command` (run by the shell) writes on its standard output.
-std::string outputOf(std::string const& command)
-{
-    std::string out;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[4096];
-        std::size_t got;
-        while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
-            out.append(buffer, got);
-        ::pclose(pipe);
-    }
-    return out;
-}
-
 /// @returns one line per entry under `top`: kind, mode, owner, group,
 /// modification time to the nanosecond, link target, size for files, path.
 std::string describe(std::string const& top)
@@ -65,21 +51,11 @@ int temporariesUnder(std::string const& top)
     return std::atoi(found.c_str());
 }
 
-class ToolCopyKeeping : public ScratchDirectory {
+class ToolCopyKeeping : public ScratchTree {
 protected:
     ToolRun run(std::vector<std::string> const& arguments, bool unprivileged = false)
     {
         return runTool(arguments, RunSettings(scratch, {}, unprivileged));
-    }
-    void makeDirectory(std::string const& name, mode_t mode = 0755)
-    {
-        ASSERT_EQ(::mkdir(at(name).c_str(), 0700), 0) << name;
-        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
-    }
-    void makeFile(std::string const& name, std::string const& content, mode_t mode = 0644)
-    {
-        ASSERT_TRUE(writeWholeFile(at(name), content)) << name;
-        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
     }
 
     /// A tree of every kind the copy keeps, with odd modes and times.

@@ -27,24 +27,7 @@ namespace {
 
 using namespace kelvo::testing;
 
-class ToolFileCommands : public ScratchDirectory {
-protected:
-    void SetUp() override
-    {
-        ScratchDirectory::SetUp();
-        ASSERT_EQ(::mkdir(at("work").c_str(), 0777), 0);
-    }
-
-    /// Runs the tool in the scratch directory's "work" with `arguments`.
-    ToolRun run(std::vector<std::string> const& arguments) { return runTool(arguments, RunSettings(at("work"))); }
-
-    std::string work(std::string const& name) const { return at("work/" + name); }
-    void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(work(name).c_str(), 0777), 0) << name; }
-    void makeFile(std::string const& name, std::string const& content)
-    {
-        ASSERT_TRUE(writeWholeFile(work(name), content)) << name;
-    }
-};
+class ToolFileCommands : public ToolWorkDirectory {};
 
 bool contains(std::string const& text, std::string const& piece) { return text.find(piece) != std::string::npos; }
 

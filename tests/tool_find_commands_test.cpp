@@ -35,18 +35,10 @@ std::string shellQuoted(std::string const& text)
 /// output and exit status.
 std::string commandOutput(std::string const& command, int* status = nullptr)
 {
-    std::string out;
-    FILE* pipe = ::popen((command + " 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr)
-        return out;
-    char buffer[4096];
-    std::size_t got;
-    while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
-        out.append(buffer, got);
-    int const result = ::pclose(pipe);
+    ShellRun const run = runShell(command + " 2>/dev/null");
     if (status != nullptr)
-        *status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-    return out;
+        *status = run.exitStatus;
+    return run.out;
 }
 
 /// @returns the pieces of `text` split at `separator`, sorted: outputs

@@ -351,14 +351,7 @@ std::string complete(std::string const& line, std::string const& workingDirector
                          + "printf '%s\\n' \"${COMPREPLY[@]}\" | LC_ALL=C sort";
     std::string command = "bash -c \"$KELVO_COMPLETION_SCRIPT\"";
     ::setenv("KELVO_COMPLETION_SCRIPT", script.c_str(), 1);
-    std::string out;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[4096];
-        std::size_t got;
-        while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
-            out.append(buffer, got);
-        ::pclose(pipe);
-    }
+    std::string const out = kelvo::testing::outputOf(command);
     ::unsetenv("KELVO_COMPLETION_SCRIPT");
     return out;
 }

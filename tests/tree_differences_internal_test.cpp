@@ -1,10 +1,9 @@
 // Tests of the failure paths of differencesBetween, with faults injected at the system-call table: a link whose text cannot be read, a file read that fails half-way, a listing that fails, and the number of status calls a comparison makes.
 #include <kelvo/filesystem.h>
 
-#include "filesystem/posix/SystemCalls.h"
-
 #include "support/FileTrees.h"
 #include "support/ScratchDirectory.h"
+#include "support/SystemCallProbes.h"
 
 #include <gtest/gtest.h>
 
@@ -30,7 +29,6 @@ namespace posix = kelvo::filesystem::posix;
 // State shared with the fake calls, reset by the fixture.
 int readCalls = 0;
 int readFailsAt = 0; // 1-based call that fails, 0 for none
-int statCalls = 0;
 int readdirCalls = 0;
 int readdirFailsAt = 0;
 
@@ -47,12 +45,6 @@ ssize_t countingRead(int descriptor, void* buffer, std::size_t count)
         return -1;
     }
     return ::read(descriptor, buffer, count);
-}
-
-int countingFstatat(int directory, char const* name, struct stat* information, int flags)
-{
-    ++statCalls;
-    return ::fstatat(directory, name, information, flags);
 }
 
 int vanishingFstatat(int directory, char const* name, struct stat* information, int flags)
@@ -73,19 +65,14 @@ dirent* failingReaddir(DIR* stream)
     return ::readdir(stream);
 }
 
-class TreeDifferencesFaults : public ScratchDirectory {
+class TreeDifferencesFaults : public FaultedSystemCalls {
 protected:
     void SetUp() override
     {
-        ScratchDirectory::SetUp();
-        readCalls = readFailsAt = statCalls = readdirCalls = readdirFailsAt = 0;
+        FaultedSystemCalls::SetUp();
+        readCalls = readFailsAt = readdirCalls = readdirFailsAt = 0;
         ASSERT_EQ(::mkdir(at("a").c_str(), 0755), 0);
         ASSERT_EQ(::mkdir(at("b").c_str(), 0755), 0);
-    }
-    void TearDown() override
-    {
-        posix::systemCalls() = posix::systemCallsOfTheSystem();
-        ScratchDirectory::TearDown();
     }
 
     std::vector<TreeDifference> compare()
@@ -198,13 +185,13 @@ TEST_F(TreeDifferencesFaults, NoEntryIsStattedByNameWhenTheListingTellsItsKind)
     std::vector<TreeDifference> const found = compare();
     EXPECT_EQ(found.size(), 40u);
     EXPECT_TRUE(failures.empty());
-    EXPECT_EQ(statCalls, 0);
+    EXPECT_EQ(statusCalls, 0);
     // Permissions are read by name, one call for each entry of a pair.
-    statCalls = 0;
+    statusCalls = 0;
     fs::DifferenceOptions permissions;
     permissions.comparePermissions = true;
     EXPECT_EQ(fs::differencesBetween(Path(at("a")), Path(at("b")), permissions).size(), 40u);
-    EXPECT_EQ(statCalls, 2 * 61);
+    EXPECT_EQ(statusCalls, 2 * 61);
 }
 
 } // namespace

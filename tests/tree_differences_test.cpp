@@ -1,6 +1,7 @@
 // Tests of differencesBetween: every kind of difference on real trees, names paired ignoring case and composition, names that are not UTF-8, links, special files that must not block, unreadable directories, permissions and times on request, and deep trees under few descriptors.
 #include <kelvo/filesystem.h>
 
+#include "support/DirectoryChains.h"
 #include "support/FileTrees.h"
 #include "support/ProcessProbes.h"
 #include "support/ResourceProbes.h"
@@ -520,29 +521,6 @@ TEST_F(TreeDifferences, TimesOnlyWhenAsked)
                                 "differentTimes g g file file\n");
 }
 
-/// Makes under `top` a chain of `depth` directories "d" through descriptors,
-/// with the file "f" holding `deepest` at the bottom.
-bool makeChain(std::string const& top, int depth, std::string const& deepest)
-{
-    int descriptor = ::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    for (int level = 0; level < depth && descriptor >= 0; ++level) {
-        int const next = ::mkdirat(descriptor, "d", 0755) == 0
-                             ? ::openat(descriptor, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
-                             : -1;
-        ::close(descriptor);
-        descriptor = next;
-    }
-    if (descriptor < 0)
-        return false;
-    int const file = ::openat(descriptor, "f", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    bool const written = file >= 0
-        && ::write(file, deepest.data(), deepest.size()) == static_cast<ssize_t>(deepest.size());
-    if (file >= 0)
-        ::close(file);
-    ::close(descriptor);
-    return written;
-}
-
 TEST_F(TreeDifferences, DeepTreesUnderSixtyFourDescriptorsAndASmallStack)
 {
     // Scratch space in memory where there is some, so that the chains are
@@ -558,8 +536,8 @@ TEST_F(TreeDifferences, DeepTreesUnderSixtyFourDescriptorsAndASmallStack)
     std::string const b = area + "/b";
     ASSERT_EQ(::mkdir(a.c_str(), 0755), 0);
     ASSERT_EQ(::mkdir(b.c_str(), 0755), 0);
-    ASSERT_TRUE(makeChain(a, depth, "left"));
-    ASSERT_TRUE(makeChain(b, depth, "righ"));
+    ASSERT_TRUE(makeDirectoryChain(a, depth, "f", "left"));
+    ASSERT_TRUE(makeDirectoryChain(b, depth, "f", "righ"));
     int const result = runBounded(600, [&] {
         if (!limitDescriptors(64))
             return 100;

@@ -1,6 +1,7 @@
 // Tests of the tree walks' shared parts: whole listings, and the directory stack that holds a bounded number of descriptors at any depth and notices a tree changed under it.
 #include "filesystem/operations/TreeWalk.h"
 
+#include "support/DirectoryChains.h"
 #include "support/ScratchDirectory.h"
 
 #include <cerrno>
@@ -35,19 +36,7 @@ int openDescriptors()
 
 // Makes a chain of `depth` directories named "d" under `top` through
 // descriptors, so that no path grows with the depth.
-void makeChain(std::string const& top, int depth)
-{
-    int descriptor = ::open(top.c_str(), O_RDONLY | O_DIRECTORY);
-    ASSERT_GE(descriptor, 0);
-    for (int level = 0; level < depth; ++level) {
-        ASSERT_EQ(::mkdirat(descriptor, "d", 0755), 0);
-        int const next = ::openat(descriptor, "d", O_RDONLY | O_DIRECTORY);
-        ::close(descriptor);
-        ASSERT_GE(next, 0);
-        descriptor = next;
-    }
-    ::close(descriptor);
-}
+void makeChain(std::string const& top, int depth) { ASSERT_TRUE(makeDirectoryChain(top, depth)); }
 
 detail::ObjectIdentity identityOfPath(std::string const& path)
 {

@@ -2,6 +2,8 @@
 #ifndef KELVO_TESTS_SUPPORT_FILE_TREES_H
 #define KELVO_TESTS_SUPPORT_FILE_TREES_H
 
+#include "ScratchDirectory.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -201,6 +203,22 @@ inline bool makeSocketFile(std::string const& path)
     ::close(socket);
     return bound;
 }
+
+/// Fixture: a scratch directory and makers of directories and files in it
+/// with exact modes, whatever the umask.
+class ScratchTree : public ScratchDirectory {
+protected:
+    void makeDirectory(std::string const& name, mode_t mode = 0755)
+    {
+        ASSERT_EQ(::mkdir(at(name).c_str(), 0700), 0) << name;
+        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
+    }
+    void makeFile(std::string const& name, std::string const& content, mode_t mode = 0644)
+    {
+        ASSERT_TRUE(writeWholeFile(at(name), content)) << name;
+        ASSERT_EQ(::chmod(at(name).c_str(), mode), 0) << name;
+    }
+};
 
 } // namespace kelvo::testing
 

@@ -136,6 +136,39 @@ protected:
     char previousDirectory[4096] = {};
 };
 
+/// Fixture: besides `scratch`, `area` is a new directory of /dev/shm named
+/// after `stem` where there is one (metadata in memory, so that very deep
+/// trees are made and removed in seconds), else the scratch directory itself.
+/// An area of its own is removed with everything in it at the end.
+class MemoryScratchDirectory : public ScratchDirectory {
+protected:
+    explicit MemoryScratchDirectory(std::string stem) : areaStem(std::move(stem)) {}
+
+    void SetUp() override
+    {
+        ScratchDirectory::SetUp();
+        area = scratch;
+        std::string shared = "/dev/shm/" + areaStem + "-XXXXXX";
+        if (::mkdtemp(shared.data()) != nullptr) {
+            area = shared;
+            ownArea = true;
+        }
+    }
+
+    void TearDown() override
+    {
+        if (ownArea)
+            removeTree(area);
+        ScratchDirectory::TearDown();
+    }
+
+    std::string area;
+    bool ownArea = false;
+
+private:
+    std::string areaStem;
+};
+
 } // namespace kelvo::testing
 
 #endif

@@ -2,10 +2,13 @@
 #ifndef KELVO_TESTS_SUPPORT_TOOL_RUNNER_H
 #define KELVO_TESTS_SUPPORT_TOOL_RUNNER_H
 
+#include "FileTrees.h"
 #include "ProcessProbes.h"
+#include "ScratchDirectory.h"
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -179,6 +182,58 @@ inline std::vector<std::string> linesOf(std::string const& text)
         lines.push_back(line);
     return lines;
 }
+
+/// What one shell command line (an oracle such as find, diff or cp) gave:
+/// its exit status (-1 when it could not be run or did not exit) and its
+/// standard output.
+struct ShellRun {
+    int exitStatus = -1;
+    std::string out;
+};
+
+/// Runs `command` with the shell and reads its standard output whole.
+inline ShellRun runShell(std::string const& command)
+{
+    ShellRun result;
+    std::FILE* const pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return result;
+    char buffer[4096];
+    for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;)
+        result.out.append(buffer, got);
+    int const status = ::pclose(pipe);
+    if (status != -1 && WIFEXITED(status))
+        result.exitStatus = WEXITSTATUS(status);
+    return result;
+}
+
+/// @returns what `command` (run by the shell) writes on its standard output.
+inline std::string outputOf(std::string const& command) { return runShell(command).out; }
+
+/// Fixture: a scratch "work" directory the tool runs in, and makers of
+/// what the tool is to find there.
+class ToolWorkDirectory : public ScratchDirectory {
+protected:
+    void SetUp() override
+    {
+        ScratchDirectory::SetUp();
+        ASSERT_EQ(::mkdir(at("work").c_str(), 0777), 0);
+    }
+
+    /// Runs the tool in the scratch directory's "work" with `arguments`.
+    ToolRun run(std::vector<std::string> const& arguments) { return runTool(arguments, RunSettings(at("work"))); }
+
+    std::string work(std::string const& name) const { return at("work/" + name); }
+    void makeDirectory(std::string const& name) { ASSERT_EQ(::mkdir(work(name).c_str(), 0777), 0) << name; }
+    void makeFile(std::string const& name, std::string const& content)
+    {
+        ASSERT_TRUE(writeWholeFile(work(name), content)) << name;
+    }
+    void makeLink(std::string const& target, std::string const& name)
+    {
+        ASSERT_EQ(::symlink(target.c_str(), work(name).c_str()), 0) << name;
+    }
+};
 
 } // namespace kelvo::testing
 
