@@ -52,7 +52,7 @@ struct Pattern {
     char const* text;
 };
 
-// "*.tmp" is the pattern of the issue; the others show a longer wildcard
+// "*.tmp" is the everyday pattern of a cleanup; the others show a longer wildcard
 // pattern and one with a class, which goes to the compiled expression.
 constexpr Pattern kPatterns[] = {
     {"star_tmp", "*.tmp"},
