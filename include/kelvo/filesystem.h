@@ -6,9 +6,8 @@
 #include <kelvo/text/TokenIterator.h>
 #include <kelvo/text/Unicode.h>
 
-#include <kelvo/filesystem/Copying.h>
-
 #include <kelvo/filesystem/AtomicFile.h>
+#include <kelvo/filesystem/Copying.h>
 #include <kelvo/filesystem/DirectoryIterator.h>
 #include <kelvo/filesystem/Failure.h>
 #include <kelvo/filesystem/FileLock.h>
@@ -18,10 +17,10 @@
 #include <kelvo/filesystem/Operations.h>
 #include <kelvo/filesystem/Path.h>
 #include <kelvo/filesystem/PathHash.h>
-#include <kelvo/filesystem/ShellPattern.h>
 #include <kelvo/filesystem/RecursiveDirectoryIterator.h>
-#include <kelvo/filesystem/Version.h>
+#include <kelvo/filesystem/ShellPattern.h>
 #include <kelvo/filesystem/TemporaryDirectory.h>
 #include <kelvo/filesystem/TreeDifferences.h>
+#include <kelvo/filesystem/Version.h>
 
 #endif

@@ -42,7 +42,6 @@ void fillInformation(struct stat const& st, ObjectInformation& information) noex
     information.owner = static_cast<std::uint32_t>(st.st_uid);
     information.group = static_cast<std::uint32_t>(st.st_gid);
     information.specialDevice = static_cast<std::uint64_t>(st.st_rdev);
-
     information.links = static_cast<std::uint64_t>(st.st_nlink);
     information.allocatedBytes = static_cast<std::int64_t>(st.st_blocks) * 512;
 #if defined(KELVO_HAS_STAT_MTIM)
