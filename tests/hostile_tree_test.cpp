@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <signal.h>
@@ -132,6 +133,40 @@ int walkHostileTree(std::string const& area)
             swept = !isPresentOnDisk(leftover);
             // The outer one deletes `temporary` itself when it goes.
         }
+        // The recursive walk, with and without following links, yields every
+        // level and the five entries at the bottom; links to devices are not
+        // directories, so following them enters nothing more.
+        std::size_t walked = 0;
+        std::size_t walkedFollowing = 0;
+        fs::WalkOptions following;
+        following.followSymbolicLinks = true;
+        bool const walkedAll = fs::walkTree(Path(a), fs::WalkOptions(), [&](fs::DirectoryEntry const&, std::size_t) {
+            ++walked;
+            return fs::WalkAction::proceed;
+        });
+        bool const walkedAllFollowing = fs::walkTree(Path(a), following, [&](fs::DirectoryEntry const&, std::size_t) {
+            ++walkedFollowing;
+            return fs::WalkAction::proceed;
+        });
+        // Finding by name goes down the same walk.
+        std::vector<fs::Failure> findFailures;
+        std::size_t const fifos = fs::findMatching(Path(a), fs::ShellPattern(String(U"fifo")), fs::FindOptions(),
+                                                   &findFailures)
+                                      .size();
+        // Two equal trees of special files differ in nothing; special files
+        // are compared by kind and never opened.
+        std::vector<fs::Failure> differenceFailures;
+        bool const noDifferences = fs::differencesBetween(Path(a), Path(b), fs::DifferenceOptions(),
+                                                          &differenceFailures)
+                                       .empty();
+        // The keeping copy recreates the FIFO, keeps the links as links and
+        // skips the socket.
+        std::string const kept = area + "/kept";
+        fs::CopyResult const keeping = fs::copyTreeWith(Path(a), Path(kept));
+        bool const keptAll = keeping.failures.empty() && keeping.skipped.size() == 1 && keeping.filesCopied == 1
+            && keeping.linksCopied == 2 && keeping.specialFilesCopied == 1
+            && readAtBottom(kept, kDepth, "file") == "bottom";
+        std::size_t const entries = static_cast<std::size_t>(kDepth) + 5;
         // Removal classifies a socket by its followed status, which carries
         // the directory bit, so a socket stops the removal of its tree, and
         // every level above it stays.
@@ -140,7 +175,10 @@ int walkHostileTree(std::string const& area)
                              copyHasTheFile, swept, !isPresentOnDisk(temporary),
                              fs::removeAll(Path(copy)), fs::removeAllInDir(Path(c)), !removedA,
                              isPresentOnDisk(a),
-                             !isPresentOnDisk(c), !isPresentOnDisk(copy)});
+                             !isPresentOnDisk(c), !isPresentOnDisk(copy), walkedAll, walked == entries,
+                             walkedAllFollowing, walkedFollowing == entries, fifos == 1, findFailures.empty(),
+                             noDifferences, differenceFailures.empty(), keptAll, fs::removeAll(Path(kept)),
+                             !isPresentOnDisk(kept)});
     });
 }
 
@@ -163,6 +201,43 @@ TEST_F(HostileTree, EveryWalkEndsRightOnADeepTreeOfSpecialFilesWithFewDescriptor
     EXPECT_EQ(result, 0) << kChildDidNotExit << ": killed or crashed; 100-103: set-up; else the check that failed";
 }
 
+/// Starts a process that, after `delay` microseconds, swaps the first level
+/// "d" of `area`/tree for a link to `canary` and back, again and again, until
+/// killed. @returns its process number, or -1.
+pid_t startSwapper(std::string const& area, std::string const& canary, useconds_t delay)
+{
+    pid_t const racer = ::fork();
+    if (racer != 0)
+        return racer;
+    ::usleep(delay);
+    std::string const first = area + "/tree/d";
+    std::string const aside = area + "/aside";
+    std::string const link = area + "/link";
+    for (;;) {
+        ::unlink(link.c_str());
+        if (::symlink(canary.c_str(), link.c_str()) != 0)
+            continue;
+        if (::rename(first.c_str(), aside.c_str()) == 0) {
+            ::rename(link.c_str(), first.c_str());
+            ::usleep(200);
+            ::unlink(first.c_str());
+            ::rename(aside.c_str(), first.c_str());
+        }
+        ::usleep(100);
+    }
+}
+
+/// Puts back the first level of `area`/tree that a killed swapper left aside.
+void putBackFirstLevel(std::string const& area)
+{
+    ::unlink((area + "/link").c_str());
+    if (isLinkOnDisk(area + "/tree/d"))
+        ::unlink((area + "/tree/d").c_str());
+    if (isDirectoryOnDisk(area + "/aside")
+        && (isPresentOnDisk(area + "/tree/d") || ::rename((area + "/aside").c_str(), (area + "/tree/d").c_str()) != 0))
+        removeTree(area + "/aside");
+}
+
 TEST_F(HostileTree, ADeepRemovalRacedBySwapsForALinkNeverDeletesOutsideTheTree)
 {
     // The canary is what a link swapped into the tree points to.
@@ -176,29 +251,8 @@ TEST_F(HostileTree, ADeepRemovalRacedBySwapsForALinkNeverDeletesOutsideTheTree)
         std::string const tree = area + "/tree";
         ASSERT_EQ(::mkdir(tree.c_str(), 0755), 0);
         ASSERT_TRUE(makeHostileChain(tree, kDepth, false));
-        pid_t const racer = ::fork();
+        pid_t const racer = startSwapper(area, canary, static_cast<useconds_t>(2000 + round * 40000));
         ASSERT_GE(racer, 0);
-        if (racer == 0) {
-            // Lets the removal get under way, at a later moment each round,
-            // then swaps the first level for a link to the canary and back,
-            // again and again, until killed.
-            ::usleep(static_cast<useconds_t>(2000 + round * 40000));
-            std::string const first = tree + "/d";
-            std::string const aside = area + "/aside";
-            std::string const link = area + "/link";
-            for (;;) {
-                ::unlink(link.c_str());
-                if (::symlink(canary.c_str(), link.c_str()) != 0)
-                    continue;
-                if (::rename(first.c_str(), aside.c_str()) == 0) {
-                    ::rename(link.c_str(), first.c_str());
-                    ::usleep(200);
-                    ::unlink(first.c_str());
-                    ::rename(aside.c_str(), first.c_str());
-                }
-                ::usleep(100);
-            }
-        }
         int const result = runBounded(kSecondsAllowed, [&] {
             if (!limitDescriptors(64))
                 return 103;
@@ -213,13 +267,62 @@ TEST_F(HostileTree, ADeepRemovalRacedBySwapsForALinkNeverDeletesOutsideTheTree)
         EXPECT_EQ(readWholeFile(canary + "/precious"), "keep") << "round " << round;
         EXPECT_EQ(readWholeFile(canary + "/d/precious"), "keep") << "round " << round;
         // Put back whatever the racer left, and clear the rest away.
-        ::unlink((area + "/link").c_str());
-        if (isLinkOnDisk(tree + "/d"))
-            ::unlink((tree + "/d").c_str());
-        if (isDirectoryOnDisk(area + "/aside"))
-            removeTree(area + "/aside");
+        putBackFirstLevel(area);
         removeTree(tree);
         ASSERT_FALSE(isPresentOnDisk(tree));
+    }
+}
+
+
+TEST_F(HostileTree, DeepWalksRacedBySwapsForALinkNeverReachOutsideTheTree)
+{
+    // Nothing below the canary may be yielded, copied or compared: a walk
+    // that does not follow links sees the swapped-in link as a link, and a
+    // walk below the swap finds its way back up changed and stops.
+    std::string const canary = area + "/canary";
+    ASSERT_EQ(::mkdir(canary.c_str(), 0755), 0);
+    ASSERT_TRUE(writeWholeFile(canary + "/precious", "keep"));
+    ASSERT_EQ(::mkdir((canary + "/d").c_str(), 0755), 0);
+    ASSERT_TRUE(writeWholeFile(canary + "/d/precious", "keep"));
+    std::string const tree = area + "/tree";
+    std::string const twin = area + "/twin";
+    std::string const kept = area + "/kept";
+    ASSERT_EQ(::mkdir(tree.c_str(), 0755), 0);
+    ASSERT_TRUE(makeHostileChain(tree, kDepth, false));
+    ASSERT_EQ(::mkdir(twin.c_str(), 0755), 0);
+    ASSERT_TRUE(makeHostileChain(twin, kDepth, false));
+    int const rounds = std::getenv("KELVO_STRESS") != nullptr ? 20 : 3;
+    for (int round = 0; round < rounds; ++round) {
+        pid_t const racer = startSwapper(area, canary, static_cast<useconds_t>(2000 + round * 40000));
+        ASSERT_GE(racer, 0);
+        int const result = runBounded(kSecondsAllowed, [&] {
+            if (!limitDescriptors(64))
+                return 103;
+            return runOnSmallStack([&] {
+                bool walkStayedInside = true;
+                fs::walkTree(Path(tree), fs::WalkOptions(), [&](fs::DirectoryEntry const& entry, std::size_t) {
+                    walkStayedInside = walkStayedInside && entry.getPath().filename() != Path("precious");
+                    return fs::WalkAction::proceed;
+                });
+                bool differencesStayedInside = true;
+                for (fs::TreeDifference const& difference : fs::differencesBetween(Path(tree), Path(twin)))
+                    differencesStayedInside = differencesStayedInside
+                                              && difference.first.filename() != Path("precious")
+                                              && difference.second.filename() != Path("precious");
+                fs::copyTreeWith(Path(tree), Path(kept));
+                return firstFailure({walkStayedInside, differencesStayedInside});
+            });
+        });
+        ::kill(racer, SIGKILL);
+        ::waitpid(racer, nullptr, 0);
+        putBackFirstLevel(area);
+        EXPECT_EQ(result, 0) << "round " << round;
+        // Whatever the copy took, it took from the tree, never through the link.
+        EXPECT_TRUE(fs::findMatching(Path(kept), fs::ShellPattern(String(U"precious"))).empty()) << "round " << round;
+        EXPECT_EQ(readWholeFile(canary + "/precious"), "keep") << "round " << round;
+        EXPECT_EQ(readWholeFile(canary + "/d/precious"), "keep") << "round " << round;
+        removeTree(kept);
+        ASSERT_FALSE(isPresentOnDisk(kept));
     }
 }
 
